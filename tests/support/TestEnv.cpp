@@ -1,0 +1,51 @@
+#include "TestEnv.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ftw.h>
+
+namespace {
+int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }
+}  // namespace
+
+TestEnv::TestEnv() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") +
+                          "/mmtest.XXXXXX";
+    char* made = ::mkdtemp(&pattern[0]);
+    if (made == nullptr) {
+        throw std::runtime_error("mkdtemp failed for " + pattern);
+    }
+    root_ = made;
+    domain_ = root_ + "/domain";
+    media_ = root_ + "/media";
+    ::mkdir(domain_.c_str(), 0770);
+    ::mkdir(media_.c_str(), 0770);
+    ::setenv("LINX_DOMAIN", domain_.c_str(), 1);
+    ::setenv("MEDIA_ROOT", media_.c_str(), 1);
+}
+
+TestEnv::~TestEnv() {
+    if (std::getenv("KEEP_TEST_FILES") == nullptr) {
+        ::nftw(root_.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+    }
+}
+
+std::string TestEnv::WriteFile(const std::string& relative, const std::string& text) const {
+    const std::string path = Path(relative);
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    return path;
+}
+
+std::string ReadFileText(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
