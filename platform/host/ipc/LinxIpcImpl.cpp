@@ -1,0 +1,325 @@
+#include "LinxIpcImpl.h"
+
+#include <errno.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "HostDomain.h"
+#include "IpcInternal.h"
+
+namespace {
+
+// Room for several largest frames in flight from one sender.
+const int kSocketBufferBytes = 4 * (IpcMessage::kMaxPayload + 4096);
+// Emptied nodes kept for reuse; a burst beyond this is given back to the heap afterwards.
+const std::size_t kSpareLimit = 32;
+
+bool Matches(const IpcMessage& message, unsigned int type, const std::string& sender) {
+    return (type == 0 || message.MsgType() == type) &&
+           (sender.empty() || message.GetSender() == sender);
+}
+
+void SleepMs(long ms) {
+    struct timespec pause = {0, ms * 1000000L};
+    ::nanosleep(&pause, nullptr);
+}
+
+// True when a datagram socket is bound at `path` and accepts connections.
+bool SomeoneListens(const struct sockaddr_un& address, socklen_t length) {
+    const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (probe < 0) {
+        return true;  // cannot tell: do not take the name away from anyone
+    }
+    const bool live =
+        ::connect(probe, reinterpret_cast<const struct sockaddr*>(&address), length) == 0 ||
+        (errno != ECONNREFUSED && errno != ENOENT);
+    ::close(probe);
+    return live;
+}
+
+}  // namespace
+
+LinxIpcImpl::LinxIpcImpl(LinxIpc& owner, const std::string& name) : owner_(owner), name_(name) {}
+
+LinxIpcImpl::~LinxIpcImpl() {
+    if (fd_ < 0) {
+        return;
+    }
+    ::close(fd_);
+    // Remove our socket file, but not one that a later endpoint of the same name bound after
+    // taking ours for stale.
+    struct sockaddr_un address;
+    socklen_t length;
+    struct stat info;
+    if (FillAddress(name_, address, length) && ::stat(address.sun_path, &info) == 0 &&
+        info.st_dev == boundDevice_ && info.st_ino == boundInode_) {
+        ::unlink(address.sun_path);
+    }
+}
+
+bool LinxIpcImpl::FillAddress(const std::string& destination, struct sockaddr_un& address,
+                              socklen_t& length) const {
+    const std::size_t total = domain_.size() + 1 + destination.size();
+    if (destination.empty() || destination.size() > hostipc::kMaxNameLength ||
+        destination.find('/') != std::string::npos || total >= sizeof address.sun_path) {
+        return false;
+    }
+    std::memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, domain_.data(), domain_.size());
+    address.sun_path[domain_.size()] = '/';
+    std::memcpy(address.sun_path + domain_.size() + 1, destination.data(), destination.size());
+    length = static_cast<socklen_t>(offsetof(struct sockaddr_un, sun_path) + total + 1);
+    return true;
+}
+
+int LinxIpcImpl::Init() {
+    if (fd_ >= 0) {
+        return 0;
+    }
+    domain_ = hostsystem::DomainDir();
+    struct sockaddr_un address;
+    socklen_t length;
+    if (!FillAddress(name_, address, length)) {
+        std::fprintf(stderr, "LinxIpc: cannot use endpoint name '%s' in %s\n", name_.c_str(),
+                     domain_.c_str());
+        return 1;
+    }
+    if (!hostsystem::MakeDirs(domain_)) {
+        std::fprintf(stderr, "LinxIpc: cannot create domain %s\n", domain_.c_str());
+        return 2;
+    }
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        return 3;
+    }
+    const struct sockaddr* raw = reinterpret_cast<const struct sockaddr*>(&address);
+    if (::bind(fd, raw, length) != 0) {
+        if (errno != EADDRINUSE || SomeoneListens(address, length)) {
+            std::fprintf(stderr, "LinxIpc: endpoint %s is already in use\n", name_.c_str());
+            ::close(fd);
+            return 4;
+        }
+        // A socket file left behind by an endpoint that is gone.
+        ::unlink(address.sun_path);
+        if (::bind(fd, raw, length) != 0) {
+            ::close(fd);
+            return 4;
+        }
+    }
+    const int bufferBytes = kSocketBufferBytes;
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
+    struct stat info;
+    if (::stat(address.sun_path, &info) == 0) {
+        boundDevice_ = info.st_dev;
+        boundInode_ = info.st_ino;
+    }
+    datagram_.resize(hostipc::kFrameHeaderSize + hostipc::kMaxNameLength + IpcMessage::kMaxPayload +
+                     1);
+    fd_ = fd;
+    return 0;
+}
+
+int LinxIpcImpl::Notify(const std::string& destination, const IpcMessage& message,
+                        bool waitForRoom) {
+    if (fd_ < 0) {
+        return hostipc::kNotifyNotOpen;
+    }
+    struct sockaddr_un address;
+    socklen_t length;
+    if (!FillAddress(destination, address, length)) {
+        return hostipc::kNotifySendFailed;
+    }
+    unsigned char header[hostipc::kFrameHeaderSize];
+    hostipc::PutFrameHeader(header, message.MsgType(), static_cast<std::uint32_t>(name_.size()),
+                            message.Size());
+    struct iovec parts[3];
+    parts[0].iov_base = header;
+    parts[0].iov_len = sizeof header;
+    parts[1].iov_base = const_cast<char*>(name_.data());
+    parts[1].iov_len = name_.size();
+    parts[2].iov_base = const_cast<unsigned char*>(message.DataPtr());
+    parts[2].iov_len = message.Size();
+    struct msghdr frame;
+    std::memset(&frame, 0, sizeof frame);
+    frame.msg_name = &address;
+    frame.msg_namelen = length;
+    frame.msg_iov = parts;
+    frame.msg_iovlen = message.Size() > 0 ? 3 : 2;
+
+    const unsigned long long deadline = hostsystem::MonotonicMs() + hostipc::kNotifyWaitMs;
+    long pauseMs = 1;
+    for (;;) {
+        if (::sendmsg(fd_, &frame, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
+            return 0;
+        }
+        const int error = errno;
+        if (error == ENOENT || error == ECONNREFUSED || error == ENOTSOCK) {
+            return hostipc::kNotifyNoEndpoint;
+        }
+        if (error != EAGAIN && error != EWOULDBLOCK && error != ENOBUFS && error != EINTR) {
+            return hostipc::kNotifySendFailed;
+        }
+        // A datagram socket offers no wake-up when a peer's queue drains: poll it gently.
+        if (!waitForRoom || hostsystem::MonotonicMs() >= deadline) {
+            return hostipc::kNotifyQueueFull;
+        }
+        SleepMs(pauseMs);
+        pauseMs = pauseMs < 16 ? pauseMs * 2 : pauseMs;
+    }
+}
+
+bool LinxIpcImpl::Drain() {
+    for (;;) {
+        const ssize_t got = ::recv(fd_, datagram_.data(), datagram_.size(), MSG_DONTWAIT);
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return errno == EAGAIN || errno == EWOULDBLOCK;
+        }
+        hostipc::FrameView frame;
+        // A datagram filling the whole buffer was longer than any valid frame.
+        if (static_cast<std::size_t>(got) >= datagram_.size() ||
+            !hostipc::ParseFrame(datagram_.data(), static_cast<std::size_t>(got), frame)) {
+            std::fprintf(stderr, "LinxIpc: %s dropped a malformed datagram of %ld bytes\n",
+                         name_.c_str(), static_cast<long>(got));
+            continue;
+        }
+        if (spare_.empty()) {
+            spare_.emplace_back();
+        }
+        IpcMessage& message = spare_.front();
+        hostipc::SeamBypass bypass;
+        if (message.Allocate(frame.type, frame.payloadLength,
+                             reinterpret_cast<char*>(frame.payload)) != 0) {
+            std::fprintf(stderr, "LinxIpc: %s dropped a message of type %u: out of memory\n",
+                         name_.c_str(), frame.type);
+            continue;
+        }
+        senderScratch_.assign(frame.sender, frame.senderLength);
+        message.SetSender(senderScratch_);
+        pending_.splice(pending_.end(), spare_, spare_.begin());
+    }
+}
+
+std::list<IpcMessage>::iterator LinxIpcImpl::FindPending(unsigned int type,
+                                                         const std::string& sender, Pick pick) {
+    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
+        const bool shutdownNotice = it->MsgType() == LinxIpc::kShutdownNotice;
+        if ((pick == Pick::kShutdownOnly && !shutdownNotice) ||
+            (pick == Pick::kNoShutdown && shutdownNotice)) {
+            continue;
+        }
+        if (Matches(*it, type, sender)) {
+            return it;
+        }
+    }
+    return pending_.end();
+}
+
+void LinxIpcImpl::Recycle(std::list<IpcMessage>::iterator message) {
+    if (spare_.size() < kSpareLimit) {
+        spare_.splice(spare_.end(), pending_, message);
+    } else {
+        pending_.erase(message);
+    }
+}
+
+void LinxIpcImpl::Dispatch() {
+    Handler handler;
+    switch (current.MsgType()) {
+        case LinxIpc::kShutdownNotice:
+            handler = shutdown;
+            break;
+        case LinxIpc::kProcessDiedNotice:
+            handler = processDied;
+            break;
+        default:
+            handler = HandlerOf(current.MsgType());
+            break;
+    }
+    // Copied out first: the handler may deregister itself or register others.
+    if (handler.function != nullptr) {
+        handler.function(&owner_, handler.context);
+    }
+}
+
+int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& sender,
+                         IpcMessage* out) {
+    if (fd_ < 0) {
+        return LinxIpc::kError;
+    }
+    const unsigned long long deadline =
+        timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
+    for (;;) {
+        if (!Drain()) {
+            return LinxIpc::kError;
+        }
+        if (out != nullptr) {
+            auto found = FindPending(type, sender, Pick::kAny);
+            if (found != pending_.end()) {
+                *out = *found;
+                Recycle(found);
+                return 0;
+            }
+        } else {
+            // A shutdown notice overtakes everything already waiting.
+            auto notice = FindPending(type, sender, Pick::kShutdownOnly);
+            if (notice != pending_.end()) {
+                current = *notice;
+                Recycle(notice);
+                Dispatch();
+                auto next = FindPending(type, sender, Pick::kNoShutdown);
+                if (next != pending_.end()) {
+                    current = *next;
+                    Recycle(next);
+                    Dispatch();
+                }
+                return LinxIpc::kShutdown;
+            }
+            auto found = FindPending(type, sender, Pick::kAny);
+            if (found != pending_.end()) {
+                current = *found;
+                Recycle(found);
+                Dispatch();
+                return 0;
+            }
+        }
+        int waitMs = -1;
+        if (timeoutMs >= 0) {
+            const unsigned long long now = hostsystem::MonotonicMs();
+            if (now >= deadline) {
+                return LinxIpc::kTimeout;
+            }
+            waitMs = static_cast<int>(deadline - now);
+        }
+        struct pollfd ready = {fd_, POLLIN, 0};
+        if (::poll(&ready, 1, waitMs) < 0 && errno != EINTR) {
+            return LinxIpc::kError;
+        }
+    }
+}
+
+void LinxIpcImpl::SetHandler(unsigned int type, LinxHandler function, void* context) {
+    Handler& handler = handlers_[type];
+    handler.function = function;
+    handler.context = context;
+}
+
+void LinxIpcImpl::ClearHandler(unsigned int type) {
+    handlers_.erase(type);
+}
+
+LinxIpcImpl::Handler LinxIpcImpl::HandlerOf(unsigned int type) const {
+    auto found = handlers_.find(type);
+    return found != handlers_.end() ? found->second : Handler();
+}
