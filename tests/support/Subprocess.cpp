@@ -73,7 +73,12 @@ bool Subprocess::Start(const std::string& stdinText) {
         }
         ::close(fd);
     }
-    std::vector<std::string> args = SplitWords(TEST_EMULATOR);
+    // Native tools of the host build (HostToolPath) run as they are, not through the emulator.
+    const std::string hostTools = HOST_TOOLS_DIR;
+    const bool native = !hostTools.empty() && !argv_.empty() &&
+                        argv_[0].compare(0, hostTools.size() + 1, hostTools + "/") == 0;
+    std::vector<std::string> args =
+        native ? std::vector<std::string>() : SplitWords(TEST_EMULATOR);
     args.insert(args.end(), argv_.begin(), argv_.end());
 
     pid_ = ::fork();

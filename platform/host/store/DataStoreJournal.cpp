@@ -1,0 +1,312 @@
+#include "DataStoreJournal.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "BigEndian.h"
+#include "JournalFormat.h"
+#include "RecordSchema.h"
+#include "Systick.h"
+
+namespace {
+
+// Buffered records are written out (without a sync) once this much has gathered, so memory
+// stays bounded between the once-a-second syncs.
+const std::size_t kWriteThreshold = 64u << 10;
+const std::size_t kPendingCapacity =
+    kWriteThreshold + mdj::kFrameHeaderSize + mdj::StoreState::kMaxSnapshotBody + 4096;
+const std::size_t kMinMaxBytes = 2 * DataStoreJournal::kMinSegmentBytes;
+const unsigned kCreateAttempts = 16;
+
+std::size_t MaxBytesFromEnvironment() {
+    const char* text = std::getenv("METADATA_STORE_MAX_BYTES");
+    if (text == nullptr || *text == '\0') {
+        return DataStoreJournal::kDefaultMaxBytes;
+    }
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long value = std::strtoull(text, &end, 0);
+    if (errno != 0 || *end != '\0' || text[0] == '-') {
+        std::fprintf(stderr, "DataStore: ignoring METADATA_STORE_MAX_BYTES=%s\n", text);
+        return DataStoreJournal::kDefaultMaxBytes;
+    }
+    if (value < kMinMaxBytes) {
+        return kMinMaxBytes;
+    }
+    const unsigned long long cap = static_cast<std::size_t>(-1) / 2;
+    return static_cast<std::size_t>(value > cap ? cap : value);
+}
+
+std::size_t FileSize(const std::string& path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
+}
+
+}  // namespace
+
+DataStoreJournal::DataStoreJournal(const std::string& basePath)
+    : basePath_(basePath),
+      maxBytes_(MaxBytesFromEnvironment()),
+      segmentLimit_(maxBytes_ / 8 < kMinSegmentBytes ? kMinSegmentBytes : maxBytes_ / 8),
+      pending_(new unsigned char[kPendingCapacity]),
+      snapshot_(new unsigned char[mdj::StoreState::kMaxSnapshotBody]),
+      state_(new mdj::StoreState()) {
+    segments_.reserve(32);
+}
+
+DataStoreJournal::~DataStoreJournal() {
+    Close();
+}
+
+bool DataStoreJournal::Open() {
+    if (IsOpen()) {
+        return true;
+    }
+    if (!mdj::IsDirectory(mdj::DirectoryOf(basePath_))) {
+        return false;
+    }
+    if (!ExaminePrevious()) {
+        return false;
+    }
+    const std::uint32_t next = segments_.empty() ? 1 : segments_.back().file.number + 1;
+    state_->Clear();
+    haveSyncTick_ = false;
+    return CreateSegment(next, mdj::kCauseOpen);
+}
+
+// Finds how the last run ended and cuts off a record it left half written.
+bool DataStoreJournal::ExaminePrevious() {
+    std::vector<mdj::SegmentFile> files;
+    if (!mdj::ListSegments(basePath_, files)) {
+        return false;
+    }
+    previousFound_ = false;
+    previousClean_ = false;
+    previousLastTick_ = 0xFFFFFFFFu;
+    std::vector<unsigned char> data;
+    while (!files.empty()) {
+        const mdj::SegmentFile& last = files.back();
+        if (!mdj::ReadWholeFile(last.path, data)) {
+            return false;
+        }
+        mdj::SegmentScanner scanner(data.data(), data.size());
+        std::uint8_t lastOp = 0;
+        bool anyRecord = false;
+        for (mdj::SegmentScanner::Event event = scanner.Next();
+             event.kind != mdj::SegmentScanner::kEnd; event = scanner.Next()) {
+            if (event.kind == mdj::SegmentScanner::kRecord) {
+                anyRecord = true;
+                lastOp = event.record.op;
+                previousLastTick_ = event.record.stamp;
+            }
+        }
+        if (!scanner.HeaderOk() && !anyRecord) {
+            // Created but cut off before its header was whole: nothing in it to keep.
+            unlink(last.path.c_str());
+            files.pop_back();
+            continue;
+        }
+        if (scanner.GoodEnd() < data.size() &&
+            truncate(last.path.c_str(), static_cast<off_t>(scanner.GoodEnd())) != 0) {
+            std::fprintf(stderr, "DataStore: cannot cut the torn end of %s: %s\n",
+                         last.path.c_str(), std::strerror(errno));
+        }
+        previousFound_ = true;
+        previousClean_ = lastOp == mdj::kOpReportShutdownData;
+        break;
+    }
+    segments_.clear();
+    totalBytes_ = 0;
+    for (const mdj::SegmentFile& file : files) {
+        const std::size_t bytes = FileSize(file.path);
+        segments_.push_back(Segment{file, bytes});
+        totalBytes_ += bytes;
+    }
+    return true;
+}
+
+void DataStoreJournal::EnforceBound() {
+    while (!segments_.empty() && totalBytes_ + segmentLimit_ > maxBytes_) {
+        unlink(segments_.front().file.path.c_str());
+        totalBytes_ -= segments_.front().bytes;
+        segments_.erase(segments_.begin());
+    }
+}
+
+bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
+    EnforceBound();
+    for (unsigned attempt = 0; attempt < kCreateAttempts && fd_ < 0; ++attempt, ++number) {
+        const std::string path = mdj::SegmentPath(basePath_, number);
+        fd_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660);
+        if (fd_ >= 0) {
+            segments_.push_back(Segment{mdj::SegmentFile{number, path}, 0});
+        } else if (errno != EEXIST) {
+            break;
+        }
+    }
+    if (fd_ < 0) {
+        std::fprintf(stderr, "DataStore: cannot create a segment of %s: %s\n", basePath_.c_str(),
+                     std::strerror(errno));
+        return false;
+    }
+    number_ = segments_.back().file.number;
+    unsigned char header[mdj::kSegmentHeaderSize];
+    mdj::PutSegmentHeader(header, number_);
+    std::memcpy(pending_.get() + pendingSize_, header, sizeof header);
+    pendingSize_ += sizeof header;
+    fileBytes_ = 0;
+    segmentBytes_ = sizeof header;
+    totalBytes_ += sizeof header;
+    segmentRecords_ = 0;
+    return AppendSnapshot(false, cause);
+}
+
+bool DataStoreJournal::Roll() {
+    Flush(true);
+    segments_.back().bytes = fileBytes_;
+    close(fd_);
+    fd_ = -1;
+    return CreateSegment(number_ + 1, mdj::kCauseSegment);
+}
+
+void DataStoreJournal::Close() {
+    if (!IsOpen()) {
+        return;
+    }
+    Flush(true);
+    close(fd_);
+    fd_ = -1;
+}
+
+void DataStoreJournal::TimerTick(std::uint32_t tick) {
+    currentTick_ = tick;
+    if (!IsOpen()) {
+        return;
+    }
+    if (tick == Systick::kUnavailable) {
+        // No clock to schedule by: every pass puts the data down.
+        Flush(true);
+        return;
+    }
+    if (!haveSyncTick_) {
+        haveSyncTick_ = true;
+        lastSyncTick_ = tick;
+        return;
+    }
+    // Unsigned difference: a wrapped or restarted tick also counts as time gone by.
+    if (tick - lastSyncTick_ >= Systick::kTicksPerSecond) {
+        Flush(true);
+        lastSyncTick_ = tick;
+    }
+}
+
+bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size) {
+    const std::size_t frame = mdj::kFrameHeaderSize + size;
+    if (size > mdj::kMaxRecordBody || frame > kPendingCapacity) {
+        return false;
+    }
+    if (pendingSize_ + frame > kPendingCapacity && !WritePending()) {
+        return false;
+    }
+    unsigned char header[mdj::kFrameHeaderSize];
+    mdj::PutFrameHeader(header, op, currentTick_, body, static_cast<std::uint32_t>(size));
+    std::memcpy(pending_.get() + pendingSize_, header, sizeof header);
+    std::memcpy(pending_.get() + pendingSize_ + sizeof header, body, size);
+    pendingSize_ += frame;
+    segmentBytes_ += frame;
+    totalBytes_ += frame;
+    ++segmentRecords_;
+    if (pendingSize_ >= kWriteThreshold) {
+        WritePending();
+    }
+    return true;
+}
+
+bool DataStoreJournal::AppendSnapshot(bool force, std::uint8_t cause) {
+    const std::size_t size =
+        state_->Encode(force, cause, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody);
+    if (size == 0 || !AppendFrame(mdj::kOpWriteFullState, snapshot_.get(), size)) {
+        return false;
+    }
+    state_->MarkWritten();
+    return true;
+}
+
+bool DataStoreJournal::Append(std::uint8_t op, const unsigned char* body, std::size_t size) {
+    if (!IsOpen()) {
+        return false;
+    }
+    // A segment always keeps its opening snapshot and at least one record after it.
+    if (segmentRecords_ > 1 && segmentBytes_ + mdj::kFrameHeaderSize + size > segmentLimit_ &&
+        !Roll()) {
+        return false;
+    }
+    if (!AppendFrame(op, body, size)) {
+        return false;
+    }
+    state_->Apply(op, body, size);
+    return true;
+}
+
+bool DataStoreJournal::WriteFullState(bool force) {
+    if (!IsOpen()) {
+        return false;
+    }
+    if (!force && !state_->ChangedSinceWritten()) {
+        return true;
+    }
+    const std::size_t size =
+        state_->Encode(force, mdj::kCauseCall, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody);
+    if (segmentRecords_ > 1 && segmentBytes_ + mdj::kFrameHeaderSize + size > segmentLimit_) {
+        // The new segment opens with the same snapshot.
+        return Roll();
+    }
+    return AppendSnapshot(force, mdj::kCauseCall);
+}
+
+bool DataStoreJournal::ReportStartup() {
+    mdj::BodyWriter body(scratch_, sizeof scratch_);
+    body.Bool(previousFound_);
+    body.Bool(previousClean_);
+    body.U32(previousLastTick_);
+    return body.Ok() && Append(mdj::kOpReportShutdownDataAtStartup, scratch_, body.Size());
+}
+
+bool DataStoreJournal::WritePending() {
+    if (pendingSize_ == 0) {
+        return true;
+    }
+    if (mdj::WriteAll(fd_, pending_.get(), pendingSize_)) {
+        fileBytes_ += pendingSize_;
+        pendingSize_ = 0;
+        unsynced_ = true;
+        return true;
+    }
+    // Disk full or failing: drop what could not be written and cut any part of it that did
+    // reach the file, so the records already there stay whole.
+    if (!writeErrorLogged_) {
+        std::fprintf(stderr, "DataStore: write to segment %u failed: %s\n",
+                     static_cast<unsigned>(number_), std::strerror(errno));
+        writeErrorLogged_ = true;
+    }
+    if (ftruncate(fd_, static_cast<off_t>(fileBytes_)) == 0) {
+        lseek(fd_, static_cast<off_t>(fileBytes_), SEEK_SET);
+    }
+    totalBytes_ -= segmentBytes_ - fileBytes_;
+    segmentBytes_ = fileBytes_;
+    pendingSize_ = 0;
+    return false;
+}
+
+void DataStoreJournal::Flush(bool sync) {
+    WritePending();
+    if (sync && unsynced_) {
+        fdatasync(fd_);
+        unsynced_ = false;
+    }
+}

@@ -1,0 +1,85 @@
+// The writing side of the metadata store: frames records into the current segment, keeps the
+// current state for the snapshots, rolls segments at their size, keeps the store within its
+// size bound and puts the data on disk on the tick schedule.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SegmentFiles.h"
+#include "StoreState.h"
+
+class DataStoreJournal {
+public:
+    static const std::size_t kDefaultMaxBytes = 64u << 20;
+    static const std::size_t kMinSegmentBytes = 64u << 10;
+    // Record bodies of single reports are far smaller; a snapshot has its own buffer.
+    static const std::size_t kScratchBytes = 4096;
+
+    explicit DataStoreJournal(const std::string& basePath);
+    ~DataStoreJournal();
+    DataStoreJournal(const DataStoreJournal&) = delete;
+    DataStoreJournal& operator=(const DataStoreJournal&) = delete;
+
+    bool Open();
+    void Close();
+    bool IsOpen() const { return fd_ >= 0; }
+
+    void TimerTick(std::uint32_t tick);
+    std::uint32_t CurrentTick() const { return currentTick_; }
+
+    // Buffer for the body of the next record.
+    unsigned char* Scratch() { return scratch_; }
+    // Writes one record stamped with the current tick and takes it into the state.
+    bool Append(std::uint8_t op, const unsigned char* body, std::size_t size);
+    bool WriteFullState(bool force);
+    // The record telling how the previous run ended, as found by Open.
+    bool ReportStartup();
+
+    std::size_t MaxBytes() const { return maxBytes_; }
+    std::size_t SegmentBytes() const { return segmentLimit_; }
+
+private:
+    struct Segment {
+        mdj::SegmentFile file;
+        std::size_t bytes;
+    };
+    bool ExaminePrevious();
+    bool CreateSegment(std::uint32_t number, std::uint8_t cause);
+    bool Roll();
+    void EnforceBound();
+    bool AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size);
+    bool AppendSnapshot(bool force, std::uint8_t cause);
+    bool WritePending();
+    void Flush(bool sync);
+
+    std::string basePath_;
+    std::size_t maxBytes_;
+    std::size_t segmentLimit_;
+    int fd_ = -1;
+    std::vector<Segment> segments_;  // oldest first; the last is the one being written
+    std::uint32_t number_ = 0;
+    std::size_t fileBytes_ = 0;     // of the current segment, on disk
+    std::size_t segmentBytes_ = 0;  // of the current segment, with what is still buffered
+    std::size_t totalBytes_ = 0;    // of every segment, with what is still buffered
+    unsigned segmentRecords_ = 0;
+    bool unsynced_ = false;
+
+    std::uint32_t currentTick_ = 0xFFFFFFFFu;
+    std::uint32_t lastSyncTick_ = 0;
+    bool haveSyncTick_ = false;
+
+    bool previousFound_ = false;
+    bool previousClean_ = false;
+    std::uint32_t previousLastTick_ = 0xFFFFFFFFu;
+    bool writeErrorLogged_ = false;
+
+    std::unique_ptr<unsigned char[]> pending_;
+    std::size_t pendingSize_ = 0;
+    std::unique_ptr<unsigned char[]> snapshot_;
+    std::unique_ptr<mdj::StoreState> state_;
+    unsigned char scratch_[kScratchBytes];
+};

@@ -1,0 +1,41 @@
+// Reads the records of a store (its base path) or of one copied file, oldest first, and tells
+// what is wrong where.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "JournalFormat.h"
+#include "SegmentFiles.h"
+
+namespace mdj {
+
+enum class Problem {
+    kBadHeader,        // segment header damaged or of another version
+    kWrongNumber,      // header names another segment than the file name
+    kMissingSegments,  // a gap in the numbering between two segments
+    kDamage,           // bytes that are no record, with good records after them
+    kTorn,             // bytes after the last good record of a segment
+    kMalformed,        // a whole frame whose body does not decode as its type
+    kUnreadable,       // the file cannot be read
+};
+const char* ProblemName(Problem problem);
+
+class JournalSink {
+public:
+    virtual ~JournalSink() = default;
+    virtual void BeginSegment(const SegmentFile& file, std::size_t bytes) {
+        (void)file;
+        (void)bytes;
+    }
+    // A record whose frame and body check out. Return false to stop reading.
+    virtual bool Record(const SegmentFile& file, const RecordView& record) = 0;
+    // `offset`/`length` locate the bytes concerned (0 for whole-segment problems).
+    virtual void Trouble(const SegmentFile& file, Problem problem, std::size_t offset,
+                         std::size_t length) = 0;
+};
+
+// False when `path` is neither a store with segments nor a readable file.
+bool ReadJournal(const std::string& path, JournalSink& sink);
+
+}  // namespace mdj

@@ -1,0 +1,31 @@
+// Where the segments of a store live: beside its base path, as <base>.000001.mdj, ...
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace mdj {
+
+struct SegmentFile {
+    std::uint32_t number = 0;
+    std::string path;
+};
+
+std::string SegmentPath(const std::string& basePath, std::uint32_t number);
+// The directory part of a path ("." when it has none).
+std::string DirectoryOf(const std::string& path);
+bool IsDirectory(const std::string& path);
+bool IsRegularFile(const std::string& path);
+// The segments of the store at `basePath`, oldest first; false when the directory cannot be
+// read.
+bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segments);
+// The segments to read for `path`: the store's segments when it is a base path, else the file
+// itself (a copied range). False when there is nothing to read.
+bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments);
+// The whole file; false when it cannot be read.
+bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data);
+// write() all of it, resuming after interruptions.
+bool WriteAll(int fd, const unsigned char* data, std::size_t size);
+
+}  // namespace mdj

@@ -1,0 +1,180 @@
+#include "RecordPrinter.h"
+
+#include <cstdio>
+#include <vector>
+
+#include "RecordSchema.h"
+
+namespace {
+
+void AppendJsonString(std::string& out, const char* text, std::size_t size) {
+    out += '"';
+    for (std::size_t i = 0; i < size; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c == '\n') {
+            out += "\\n";
+        } else if (c == '\t') {
+            out += "\\t";
+        } else if (c == '\r') {
+            out += "\\r";
+        } else if (c < 0x20 || c >= 0x7F) {
+            // Bytes outside printable ASCII as their Latin-1 code point, so the line stays
+            // valid JSON whatever the text held.
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    out += '"';
+}
+
+class JsonPrinter : public mdj::FieldVisitor {
+public:
+    explicit JsonPrinter(std::string& out) : out_(out) { first_.push_back(true); }
+
+    void Key(const char* name) {
+        if (!first_.back()) {
+            out_ += ',';
+        }
+        first_.back() = false;
+        if (name != nullptr) {
+            AppendJsonString(out_, name, std::string(name).size());
+            out_ += ':';
+        }
+    }
+    void BeginObject(const char* name) override {
+        Key(name);
+        out_ += '{';
+        first_.push_back(true);
+    }
+    void EndObject() override {
+        out_ += '}';
+        first_.pop_back();
+    }
+    void BeginArray(const char* name) override {
+        Key(name);
+        out_ += '[';
+        first_.push_back(true);
+    }
+    void EndArray() override {
+        out_ += ']';
+        first_.pop_back();
+    }
+    void Unsigned(const char* name, std::uint32_t value) override {
+        Key(name);
+        out_ += std::to_string(value);
+    }
+    void Signed(const char* name, std::int32_t value) override {
+        Key(name);
+        out_ += std::to_string(value);
+    }
+    void Boolean(const char* name, bool value) override {
+        Key(name);
+        out_ += value ? "true" : "false";
+    }
+    void Text(const char* name, const char* text, std::size_t size) override {
+        Key(name);
+        AppendJsonString(out_, text, size);
+    }
+    void Mac(const char* name, const unsigned char* bytes) override {
+        BeginArray(name);
+        for (int i = 0; i < 6; ++i) {
+            Unsigned(nullptr, bytes[i]);
+        }
+        EndArray();
+    }
+
+private:
+    std::string& out_;
+    std::vector<bool> first_;
+};
+
+class TextPrinter : public mdj::FieldVisitor {
+public:
+    explicit TextPrinter(std::string& out) : out_(out) {}
+
+    void BeginObject(const char* name) override { Push(name); }
+    void EndObject() override { Pop(); }
+    void BeginArray(const char* name) override {
+        Push(name);
+        index_.push_back(0);
+    }
+    void EndArray() override {
+        index_.pop_back();
+        Pop();
+    }
+    void Unsigned(const char* name, std::uint32_t value) override {
+        Key(name);
+        out_ += std::to_string(value);
+    }
+    void Signed(const char* name, std::int32_t value) override {
+        Key(name);
+        out_ += std::to_string(value);
+    }
+    void Boolean(const char* name, bool value) override {
+        Key(name);
+        out_ += value ? "1" : "0";
+    }
+    void Text(const char* name, const char* text, std::size_t size) override {
+        Key(name);
+        AppendJsonString(out_, text, size);
+    }
+    void Mac(const char* name, const unsigned char* bytes) override {
+        Key(name);
+        char text[24];
+        std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", bytes[0], bytes[1],
+                      bytes[2], bytes[3], bytes[4], bytes[5]);
+        out_ += text;
+    }
+
+private:
+    // Array members are named by their index; a snapshot entry starts a new group.
+    std::string Name(const char* name) {
+        if (name != nullptr) {
+            return name;
+        }
+        return index_.empty() ? std::string("?") : std::to_string(index_.back()++);
+    }
+    void Push(const char* name) {
+        const std::string part = Name(name);
+        path_.push_back(path_.empty() ? part : path_.back() + "." + part);
+    }
+    void Pop() { path_.pop_back(); }
+    void Key(const char* name) {
+        out_ += ' ';
+        if (!path_.empty()) {
+            out_ += path_.back() + ".";
+        }
+        out_ += Name(name);
+        out_ += '=';
+    }
+
+    std::string& out_;
+    std::vector<std::string> path_;
+    std::vector<unsigned> index_;
+};
+
+}  // namespace
+
+bool RecordJson(const mdj::RecordView& record, std::string& out) {
+    JsonPrinter printer(out);
+    out += '{';
+    printer.Text("op", mdj::OpName(record.op), std::string(mdj::OpName(record.op)).size());
+    printer.Unsigned("at", record.stamp);
+    const bool ok = mdj::WalkRecord(record.op, record.body, record.size, &printer);
+    out += '}';
+    return ok;
+}
+
+bool RecordText(const mdj::RecordView& record, std::string& out) {
+    out += std::to_string(record.stamp);
+    out += ' ';
+    out += mdj::OpName(record.op);
+    TextPrinter printer(out);
+    return mdj::WalkRecord(record.op, record.body, record.size, &printer);
+}

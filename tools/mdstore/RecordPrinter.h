@@ -1,0 +1,12 @@
+// One line per record: JSON ("op" first, then "at", then the arguments in call order) or a
+// readable "key=value" form.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "JournalFormat.h"
+
+// Appends the record's line (without a newline) to `out`; false when the body does not decode.
+bool RecordJson(const mdj::RecordView& record, std::string& out);
+bool RecordText(const mdj::RecordView& record, std::string& out);
