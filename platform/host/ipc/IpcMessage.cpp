@@ -6,8 +6,10 @@
 #include "LinxIpc.h"
 
 namespace {
-unsigned int gRefuseAllocations = 0;
-unsigned int gBypassDepth = 0;
+// The process is single-threaded; tests that serve peers from a second thread must not see
+// one thread's bypass lift another's refusal.
+thread_local unsigned int gRefuseAllocations = 0;
+thread_local unsigned int gBypassDepth = 0;
 // Small payloads share one buffer size, so a message that answers with a few bytes after
 // carrying a few others never reallocates.
 const unsigned int kMinCapacity = 64;
