@@ -1,1 +1,115 @@
-int main() { return 0; }
+// linxpeer: the bench peer that plays other processes of the vehicle system.
+#include <getopt.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Peer.h"
+#include "Scenario.h"
+#include "Usage.h"
+#include "Vehicle.h"
+
+namespace {
+
+void OnSignal(int /*signal*/) {
+    Peer::RequestStop();
+}
+
+void InstallSignals() {
+    struct sigaction action = {};
+    action.sa_handler = OnSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+int BadUsage(const std::string& message) {
+    std::fprintf(stderr, "linxpeer: %s (linxpeer --help for usage)\n", message.c_str());
+    return Scenario::kError;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    // Tests read the output while it runs.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    static const option kOptions[] = {
+        {"name", required_argument, nullptr, 'n'}, {"process", required_argument, nullptr, 'p'},
+        {"vehicle", no_argument, nullptr, 'v'},    {"timeout", required_argument, nullptr, 't'},
+        {"help", no_argument, nullptr, 'h'},       {nullptr, 0, nullptr, 0}};
+    std::vector<std::string> roles;
+    bool playVehicle = false;
+    int timeoutMs = 5000;
+    int option;
+    while ((option = getopt_long(argc, argv, "n:p:vt:h", kOptions, nullptr)) != -1) {
+        switch (option) {
+            case 'n':
+            case 'p':
+                roles.push_back(optarg);
+                break;
+            case 'v':
+                playVehicle = true;
+                break;
+            case 't':
+                if (!codec::ParseNumber(optarg, timeoutMs) || timeoutMs < 0) {
+                    return BadUsage("--timeout needs milliseconds");
+                }
+                break;
+            case 'h':
+                std::fputs(UsageText().c_str(), stdout);
+                return 0;
+            default:
+                return BadUsage("unknown option");
+        }
+    }
+    if (argc - optind > 1) {
+        return BadUsage("one scenario at most");
+    }
+    const bool hasScenario = optind < argc;
+    if (!hasScenario && !playVehicle && roles.empty()) {
+        return BadUsage("nothing to play: give a scenario, --name, --process or --vehicle");
+    }
+
+    Peer peer;
+    Scenario scenario(peer, timeoutMs);
+    for (const std::string& role : roles) {
+        std::string error;
+        if (peer.Open(role, error) == nullptr) {
+            std::printf("error: %s\n", error.c_str());
+            return Scenario::kError;
+        }
+    }
+    if (playVehicle && !vehicle::AddSetup(scenario)) {
+        return Scenario::kError;
+    }
+    if (hasScenario) {
+        const std::string source = argv[optind];
+        bool ok;
+        if (source == "-") {
+            ok = scenario.Add(std::cin, "stdin");
+        } else {
+            std::ifstream file(source);
+            if (!file) {
+                return BadUsage("cannot read " + source);
+            }
+            ok = scenario.Add(file, source);
+        }
+        if (!ok) {
+            return Scenario::kError;
+        }
+    }
+    InstallSignals();
+    const Scenario::Result result = scenario.Run();
+    if (result != Scenario::kPassed || hasScenario) {
+        std::printf("%s\n", result == Scenario::kPassed ? "passed" : "failed");
+        return result;
+    }
+    std::printf("serving until signalled\n");
+    while (peer.Pump(1000)) {
+    }
+    return 0;
+}

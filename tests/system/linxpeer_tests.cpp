@@ -1,0 +1,257 @@
+// The bench peer through its real binary: two linxpeers in one private domain meet over the
+// real IPC of the host platform.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <string>
+
+#include "MetadataSharedMem.h"
+#include "Subprocess.h"
+#include "TestEnv.h"
+#include "Watchdog.h"
+
+namespace {
+
+// Generous: every program runs under qemu on the ppc preset.
+const int kRunMs = 30000;
+
+// Starts linxpeer on a scenario written to the test's directory.
+std::unique_ptr<Subprocess> StartPeer(const TestEnv& env, const std::string& name,
+                                      const std::string& scenario,
+                                      std::vector<std::string> options = {}) {
+    options.insert(options.begin(), ProgramPath("linxpeer"));
+    options.push_back(env.WriteFile(name + ".scenario", scenario));
+    std::unique_ptr<Subprocess> peer(new Subprocess(options, {}, env.Root()));
+    return peer->Start() ? std::move(peer) : nullptr;
+}
+
+ProgramResult RunPeer(const TestEnv& env, const std::string& name, const std::string& scenario) {
+    return RunProgram({ProgramPath("linxpeer"), env.WriteFile(name + ".scenario", scenario)}, {},
+                      env.Root(), "", kRunMs);
+}
+
+bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+}  // namespace
+
+// One linxpeer serves a temperature item, the other subscribes under the metadata manager's
+// notification id, gets the current value, then the pushed change decoded field by field.
+TEST(Linxpeer, ServedItemReachesSubscriberAndPushIsNotified) {
+    TestEnv env;
+    auto server = StartPeer(env, "server",
+                            "serve TempHal 0 TempStatus temperature0=-40 tick=5\n"
+                            "subscribers TempHal 0 1 within 20000\n"
+                            "push TempHal 0 temperature1=21 tick=77   # a change\n"
+                            "expect Ping from MetadataMgr within 20000\n");
+    ASSERT_TRUE(server);
+    ASSERT_TRUE(server->WaitForOut("serving TempHal item 0", kRunMs)) << server->Out();
+
+    const ProgramResult client =
+        RunPeer(env, "client",
+                "subscribe as MetadataMgr TempHal 0 13515 TempStatus temperature0=-40 tick=5\n"
+                "expect 13515 from TempHal to MetadataMgr temperature1=21 tick=77\n"
+                "send TempHal Ping\n");
+    EXPECT_EQ(0, client.exitCode) << client.out;
+    EXPECT_TRUE(Has(client.out,
+                    "recv MetadataMgr <- TempHal 13515 len=76 TempStatus "
+                    "temperature0=-40 temperature1=21 temperature2=0 "
+                    "temperature3=0 tick=77"))
+        << client.out;
+
+    const ProgramResult served = server->Wait(kRunMs);
+    EXPECT_EQ(0, served.exitCode) << served.out;
+    EXPECT_TRUE(Has(served.out, "pushed TempHal item 0 to 1 subscribers")) << served.out;
+    EXPECT_TRUE(Has(served.out, "SubscribeRequest len=8 u32@0=0 u32@4=13515")) << served.out;
+}
+
+// A failing expectation ends the run with status 1 and shows what arrived instead; a refused
+// subscription fails the same way; a scenario with a bad line runs nothing and exits 2.
+TEST(Linxpeer, FailuresEndTheRunAndShowWhatArrived) {
+    TestEnv env;
+    auto server = StartPeer(env, "server",
+                            "serve GpsHal 1 GpsStatusItem speed=19 fixStatus=1\n"
+                            "refuse GpsHal 2\n"
+                            "subscribers GpsHal 1 1 within 20000\n"
+                            "push GpsHal 1 speed=250 tick=9\n"
+                            "expect Ping within 20000\n");
+    ASSERT_TRUE(server);
+    ASSERT_TRUE(server->WaitForOut("server.scenario:3:", kRunMs)) << server->Out();
+
+    const ProgramResult wrong = RunPeer(env, "wrong",
+                                        "subscribe GpsHal 1 13504 GpsStatusItem speed=19\n"
+                                        "expect 13504 from GpsHal speed=251 within 1500\n"
+                                        "echo not reached\n");
+    EXPECT_EQ(1, wrong.exitCode) << wrong.out;
+    EXPECT_TRUE(Has(wrong.out, "wrong.scenario:2: expect 13504 from GpsHal speed=251"))
+        << wrong.out;
+    EXPECT_TRUE(Has(wrong.out, "instead: recv")) << wrong.out;
+    EXPECT_TRUE(Has(wrong.out, "speed=250")) << wrong.out;
+    EXPECT_FALSE(Has(wrong.out, "not reached")) << wrong.out;
+
+    const ProgramResult refused = RunPeer(env, "refused", "subscribe GpsHal 2 13504 BoolItem\n");
+    EXPECT_EQ(1, refused.exitCode) << refused.out;
+    EXPECT_TRUE(Has(refused.out, "subscription refused by GpsHal")) << refused.out;
+
+    const ProgramResult bad = RunPeer(env, "bad",
+                                      "echo first\n"
+                                      "expct 13504\n"
+                                      "send\n");
+    EXPECT_EQ(2, bad.exitCode) << bad.out;
+    EXPECT_TRUE(Has(bad.out, "bad.scenario:2: unknown step 'expct'")) << bad.out;
+    EXPECT_TRUE(Has(bad.out, "bad.scenario:3: usage: send")) << bad.out;
+    EXPECT_FALSE(Has(bad.out, "first")) << bad.out;
+
+    EXPECT_EQ(0, RunPeer(env, "done", "send GpsHal Ping\n").exitCode);
+    EXPECT_EQ(0, server->Wait(kRunMs).exitCode) << server->Out();
+}
+
+// Every field kind goes out as written and is checked field by field at the other end; a
+// peer without a scenario prints what reaches it until it is signalled; a send to an endpoint
+// that does not exist fails the run.
+TEST(Linxpeer, FieldsArriveAsWrittenAndPassivePeerPrints) {
+    TestEnv env;
+    auto receiver = StartPeer(env, "receiver",
+                              "role Cli\n"
+                              "expect MetadataToFile from VideoMgr within 20000 "
+                              "text@0=/media/clip.md u32@1024=7 u32@1028=4294967295 len=1032\n"
+                              "expect MicState u32@0=1 u32@4=3 u8@8=1 u8@9=0 len=10\n"
+                              "expect 4711 i16@0=-40 hex@2=0aff \"text@4=a b\" len=8\n"
+                              "expect ProcessDied from VideoMgr u32@0=21\n"
+                              "never Bookmark within 300\n");
+    ASSERT_TRUE(receiver);
+    ASSERT_TRUE(receiver->WaitForOut("receiver.scenario:2:", kRunMs)) << receiver->Out();
+    Subprocess passive({ProgramPath("linxpeer"), "--process", "12"}, {}, env.Root());
+    ASSERT_TRUE(passive.Start());
+    ASSERT_TRUE(passive.WaitForOut("serving until signalled", kRunMs)) << passive.Out();
+
+    const ProgramResult sender =
+        RunPeer(env, "sender",
+                "role VideoMgr\n"
+                "send Cli MetadataToFile textN:1024:/media/clip.md u32:7 u32:0xFFFFFFFF\n"
+                "send Cli MicState u32:1 u32:3 u8:1 u8:0\n"
+                "send Cli 4711 i16:-40 hex:0aff \"text:a b\"   # a type without a name\n"
+                "died Cli VideoMgr\n"
+                "send Cli Ping\n"
+                "send GpsHal LogLevelSet u32:0x1ff\n"
+                "send Nobody Ping\n");
+    EXPECT_EQ(1, sender.exitCode) << sender.out;
+    EXPECT_TRUE(Has(sender.out, "send to Nobody failed")) << sender.out;
+
+    const ProgramResult received = receiver->Wait(kRunMs);
+    EXPECT_EQ(0, received.exitCode) << received.out;
+    EXPECT_TRUE(Has(received.out,
+                    "recv Cli <- VideoMgr 13502 MicState len=10 u32@0=1 u32@4=3 "
+                    "u8@8=1 u8@9=0 hex="))
+        << received.out;
+
+    ASSERT_TRUE(
+        passive.WaitForOut("recv GpsHal <- VideoMgr 1872 LogLevelSet len=4 u32@0=511", kRunMs))
+        << passive.Out();
+    passive.Signal(SIGTERM);
+    EXPECT_EQ(0, passive.Wait(kRunMs).exitCode) << passive.Out();
+}
+
+// One linxpeer plays the state manager, the other a process going through the start-up
+// handshake with its own flag, a record-start event, a server restart and the quit.
+TEST(Linxpeer, StateManagerHandshakeWithAPlayedProcess) {
+    TestEnv env;
+    auto stateMgr = StartPeer(env, "statemgr",
+                              "statemgr flag=0\n"
+                              "serve GpsHal 1 GpsStatusItem\n"
+                              "expect Started from MetadataMgr within 20000 u32@0=19 len=4\n"
+                              "expect Subscribed from MetadataMgr u8@0=1\n"
+                              "subscribers StateMgr 1 1\n"
+                              "push StateMgr 1 tick=4242\n"
+                              "die GpsHal\n"
+                              "restart GpsHal\n"
+                              "quit MetadataMgr\n"
+                              "expect ShutdownResponse from MetadataMgr len=0\n");
+    ASSERT_TRUE(stateMgr);
+    ASSERT_TRUE(stateMgr->WaitForOut("playing StateMgr", kRunMs)) << stateMgr->Out();
+    ASSERT_TRUE(stateMgr->WaitForOut("statemgr.scenario:3:", kRunMs)) << stateMgr->Out();
+
+    const ProgramResult process = RunPeer(env, "process",
+                                          "role MetadataMgr\n"
+                                          "send StateMgr Started u32:19\n"
+                                          "expect Subscribe from StateMgr u8@0=0 len=1\n"
+                                          "subscribe StateMgr 1 13505 SystickItem tick=0\n"
+                                          "send StateMgr Subscribed u8:1\n"
+                                          "expect FullRun from StateMgr\n"
+                                          "expect 13505 from StateMgr tick=4242\n"
+                                          "expect Restarted from StateMgr u32@0=12\n"
+                                          "expect Shutdown from StateMgr\n"
+                                          "send StateMgr ShutdownResponse\n");
+    EXPECT_EQ(0, process.exitCode) << process.out;
+    EXPECT_TRUE(Has(process.out, "recv MetadataMgr <- StateMgr 13236 Restarted len=4 u32@0=12"))
+        << process.out;
+
+    const ProgramResult played = stateMgr->Wait(kRunMs);
+    EXPECT_EQ(0, played.exitCode) << played.out;
+    EXPECT_TRUE(Has(played.out, "sent StateMgr -> MetadataMgr 13233 Subscribe len=1 u8@0=0"))
+        << played.out;
+    EXPECT_TRUE(Has(played.out, "sent StateMgr -> MetadataMgr 13235 FullRun len=0")) << played.out;
+}
+
+// Heartbeat and shared block of this test's domain, as a process of the vehicle leaves them.
+TEST(Linxpeer, ChecksWatchdogAndSharedBlock) {
+    TestEnv env;
+    Watchdog watchdog(e_Process_MetadataMgr, e_Thread_Main);
+    ASSERT_TRUE(watchdog.Subscribe(45));
+    MetadataSharedMem shared;
+    unsigned char* block = shared.MetadataItems(false);
+    ASSERT_NE(nullptr, block);
+    const unsigned short speed = 19;
+    std::memcpy(block + 0x40, &speed, sizeof speed);
+    block[8] = 'N';
+
+    const ProgramResult good = RunPeer(env, "good",
+                                       "watchdog MetadataMgr alive\n"
+                                       "watchdog 14 absent\n"
+                                       "shm u16@0x40=19 u8@8=78 hex@8=4e\n");
+    EXPECT_EQ(0, good.exitCode) << good.out;
+
+    const ProgramResult wrong = RunPeer(env, "wrong", "shm u16@0x40=20 within 100\n");
+    EXPECT_EQ(1, wrong.exitCode) << wrong.out;
+    EXPECT_TRUE(Has(wrong.out, "does not hold: u16@0x40=20")) << wrong.out;
+
+    watchdog.Unsubscribe();
+    const ProgramResult gone = RunPeer(env, "gone", "watchdog 19 alive within 100\n");
+    EXPECT_EQ(1, gone.exitCode) << gone.out;
+    EXPECT_TRUE(Has(gone.out, "watchdog of 19 is absent")) << gone.out;
+}
+
+// The whole vehicle around the real metadata manager: handshake, every server subscribed,
+// a bookmark reaching a subscriber of the manager's own item, GPS in the shared block, a
+// restarted server subscribed again, quit.
+TEST(Linxpeer, VehicleRunsTheMetadataManager) {
+    TestEnv env;
+    auto vehicle = StartPeer(env, "vehicle",
+                             "expect Started from MetadataMgr within 20000 u32@0=19\n"
+                             "expect Subscribed from MetadataMgr within 20000 u8@0=1\n"
+                             "subscribers ExternalMgr 21 1\n"
+                             "subscribers TempHal 0 1\n"
+                             "watchdog MetadataMgr alive\n"
+                             "subscribe as Cli MetadataMgr 0 5000 BoolItem value=0\n"
+                             "send as Cli MetadataMgr Bookmark u32:1234\n"
+                             "expect 5000 from MetadataMgr to Cli value=1\n"
+                             "push GpsHal 1 speed=195 tick=2000\n"
+                             "shm u16@0x40=195 u8@8=78\n"
+                             "clear\n"
+                             "restart TempHal\n"
+                             "expect SubscribeRequest from MetadataMgr to TempHal u32@4=13515\n"
+                             "quit MetadataMgr\n"
+                             "expect ShutdownResponse from MetadataMgr\n",
+                             {"--vehicle"});
+    ASSERT_TRUE(vehicle);
+    ASSERT_TRUE(vehicle->WaitForOut("vehicle.scenario:1:", kRunMs)) << vehicle->Out();
+    Subprocess manager({ProgramPath("MetadataMgr")}, {}, env.Root());
+    ASSERT_TRUE(manager.Start());
+
+    const ProgramResult played = vehicle->Wait(60000);
+    EXPECT_EQ(0, played.exitCode) << played.out << manager.Err();
+    EXPECT_TRUE(Has(played.out, "sent StreamMgr -> MetadataMgr 14101")) << played.out;
+    EXPECT_EQ(0, manager.Wait(kRunMs).exitCode) << manager.Err();
+}

@@ -1,0 +1,6 @@
+// The help text: options, output lines and the scenario language.
+#pragma once
+
+#include <string>
+
+std::string UsageText();
