@@ -23,13 +23,22 @@ const unsigned int kMetadataToFileSize = 1032;
 
 // Last-system-tick answer: the tick, a validity byte and three bytes of padding.
 const unsigned int kLastSystemTickSize = 8;
+
+// The requester's name, copied before the message is reused for the answer. Ping and tick
+// requests come often; one buffer serves them all, so a name too long to be held in place
+// costs an allocation only the first time.
+const std::string& CopySender(const IpcMessage& msg) {
+    static std::string sender;
+    sender.assign(msg.GetSender());
+    return sender;
+}
 }  // namespace
 
 void MetadataMgr::PingHandler(LinxIpc* ipc, void* /*context*/) {
     MM_LOG(64) << "Ping Handler";
     IpcMessage& msg = ipc->CurrentMessage();
     // The answer is built in the received message, so the sender must be taken first.
-    const std::string sender = msg.GetSender();
+    const std::string& sender = CopySender(msg);
     if (msg.Allocate(kPingResponse, 0, nullptr) != 0) {
         MM_LOG(1) << "Error Allocating Message";
         return;
@@ -93,7 +102,7 @@ void MetadataMgr::GetLastSystemTickHandler(LinxIpc* ipc, void* context) {
     }
     MetadataMgr& mgr = *static_cast<MetadataMgr*>(context);
     IpcMessage& msg = ipc->CurrentMessage();
-    const std::string sender = msg.GetSender();
+    const std::string& sender = CopySender(msg);
     const unsigned int tick = mgr.GetLastSystemTick();
     char answer[kLastSystemTickSize] = {};
     std::memcpy(answer, &tick, sizeof tick);
