@@ -1,108 +1,70 @@
 #include <gtest/gtest.h>
 
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "ForkedPeer.h"
 #include "HostSeams.h"
-#include "LinxIpc.h"
+#include "IpcTestSupport.h"
+#include "LinxServerNameList.h"
 #include "TestEnv.h"
 
 namespace {
 
-const unsigned int kReady = 200;
+const std::string kAny = LinxIpc::emptyString;
 
 bool Exists(const std::string& path) {
     struct stat info;
     return ::stat(path.c_str(), &info) == 0;
 }
 
-// Leaves a socket file nobody listens on, as a crashed process does.
-void LeaveStaleSocket(const std::string& path) {
-    const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
-    struct sockaddr_un address;
-    std::memset(&address, 0, sizeof address);
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    ASSERT_EQ(0, ::bind(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof address));
-    ::close(fd);
-}
-
-IpcMessage Bytes(unsigned int type, const std::string& text) {
-    IpcMessage message;
-    std::string copy = text;
-    EXPECT_EQ(0, message.Allocate(type, static_cast<unsigned int>(copy.size()), &copy[0]));
-    return message;
-}
-
-std::string Text(const IpcMessage& message) {
-    return message.Size() == 0
-               ? std::string()
-               : std::string(reinterpret_cast<const char*>(message.DataPtr()), message.Size());
-}
-
-struct Calls {
-    std::vector<unsigned int> types;
-    std::vector<std::string> payloads;
-};
-
+// Each handler call is logged as "<type>:<payload>".
 void Record(LinxIpc* ipc, void* context) {
-    Calls* calls = static_cast<Calls*>(context);
-    calls->types.push_back(ipc->CurrentMessage().MsgType());
-    calls->payloads.push_back(Text(ipc->CurrentMessage()));
+    const IpcMessage& m = ipc->CurrentMessage();
+    static_cast<std::vector<std::string>*>(context)->push_back(std::to_string(m.MsgType()) + ":" +
+                                                               Text(m));
 }
 
 }  // namespace
 
 TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
     TestEnv env;
-    // The domain directory is made on first use.
-    const std::string nested = env.Path("not/yet/there");
+    const std::string nested = env.Path("not/yet/there");  // made on first use
     ::setenv("LINX_DOMAIN", nested.c_str(), 1);
 
     LinxIpc never("Never");
     IpcMessage message;
-    EXPECT_EQ(LinxIpc::kError, never.Receive(0, 0, LinxIpc::emptyString, &message));
+    EXPECT_EQ(LinxIpc::kError, never.Receive(0, 0, kAny, &message));
     EXPECT_NE(0, never.Notify("Never", message, true));
-
     {
         LinxIpc first("Owner");
         ASSERT_EQ(0, first.Init());
-        EXPECT_EQ("Owner", first.Name());
         EXPECT_TRUE(Exists(nested + "/Owner"));
         LinxIpc second("Owner");
         EXPECT_NE(0, second.Init());
         // The refused endpoint did not take the name away from the live one.
         LinxIpc other("Other");
         ASSERT_EQ(0, other.Init());
-        IpcMessage hello = Bytes(1, "hi");
-        EXPECT_EQ(0, other.Notify("Owner", hello, true));
-        IpcMessage got;
-        EXPECT_EQ(0, first.Receive(1000, 0, LinxIpc::emptyString, &got));
-        EXPECT_EQ("Other", got.GetSender());
-
-        EXPECT_NE(0, other.Notify("Missing", hello, true));
-        EXPECT_NE(0, other.Notify("", hello, true));
-        EXPECT_NE(0, other.Notify("../Owner", hello, true));
+        ASSERT_TRUE(Send(other, "Owner", 1, "hi"));
+        EXPECT_EQ(0, first.Receive(1000, 0, kAny, &message));
+        EXPECT_EQ("Other", message.GetSender());
+        for (const char* bad : {"Missing", "", "../Owner"}) {
+            EXPECT_FALSE(Send(other, bad, 1, "hi")) << bad;
+        }
     }
-    // Gone with its endpoint: the name is free and nobody receives under it.
     EXPECT_FALSE(Exists(nested + "/Owner"));
 
-    LeaveStaleSocket(nested + "/Stale");
+    // A socket file left by a crashed process receives nothing and does not block the name.
+    { RawSocket crashed(nested, "Stale"); }
     LinxIpc sender("Sender");
     ASSERT_EQ(0, sender.Init());
-    IpcMessage hello = Bytes(1, "hi");
-    EXPECT_NE(0, sender.Notify("Stale", hello, true));
+    EXPECT_FALSE(Send(sender, "Stale", 1, "hi"));
     LinxIpc stale("Stale");
     EXPECT_EQ(0, stale.Init());
-    EXPECT_EQ(0, sender.Notify("Stale", hello, true));
+    EXPECT_TRUE(Send(sender, "Stale", 1, "hi"));
     ::setenv("LINX_DOMAIN", env.Domain().c_str(), 1);
 }
 
@@ -112,42 +74,30 @@ TEST(LinxIpc, TwoProcessesExchangeSmallAndLargestPayloads) {
     ASSERT_EQ(0, main.Init());
     ForkedPeer peer([] {
         LinxIpc ipc("Peer");
-        if (ipc.Init() != 0 || !SendSignal(ipc, "Main", kReady)) {
+        if (ipc.Init() != 0 || !Send(ipc, "Main", 200)) {
             return 1;
         }
-        // Echo two messages with the type raised by one.
-        for (int i = 0; i < 2; ++i) {
+        for (int i = 0; i < 2; ++i) {  // echo with the type raised by one
             IpcMessage in;
-            if (ipc.Receive(5000, 0, "Main", &in) != 0) {
+            if (ipc.Receive(5000, 0, "Main", &in) != 0 ||
+                !Send(ipc, in.GetSender(), in.MsgType() + 1, Text(in))) {
                 return 2;
-            }
-            IpcMessage out;
-            if (out.Allocate(in.MsgType() + 1, in.Size(), reinterpret_cast<char*>(in.DataPtr())) !=
-                    0 ||
-                ipc.Notify(in.GetSender(), out, true) != 0) {
-                return 3;
             }
         }
         return 0;
     });
-    IpcMessage ready;
-    ASSERT_EQ(0, main.Receive(5000, kReady, "Peer", &ready));
-
-    IpcMessage small = Bytes(10, "ping");
-    ASSERT_EQ(0, main.Notify("Peer", small, true));
+    IpcMessage echo;
+    ASSERT_EQ(0, main.Receive(5000, 200, "Peer", &echo));
     std::string large(IpcMessage::kMaxPayload, '\0');
     for (std::size_t i = 0; i < large.size(); ++i) {
         large[i] = static_cast<char>(i * 7 + i / 256);
     }
-    IpcMessage big = Bytes(20, large);
-    ASSERT_EQ(0, main.Notify("Peer", big, true));
-
-    IpcMessage echo;
-    ASSERT_EQ(0, main.Receive(5000, 11, LinxIpc::emptyString, &echo));
+    ASSERT_TRUE(Send(main, "Peer", 10, "ping"));
+    ASSERT_TRUE(Send(main, "Peer", 20, large));
+    ASSERT_EQ(0, main.Receive(5000, 11, kAny, &echo));
     EXPECT_EQ("ping", Text(echo));
     EXPECT_EQ("Peer", echo.GetSender());
-    ASSERT_EQ(0, main.Receive(5000, 21, LinxIpc::emptyString, &echo));
-    EXPECT_EQ(IpcMessage::kMaxPayload, echo.Size());
+    ASSERT_EQ(0, main.Receive(5000, 21, kAny, &echo));
     EXPECT_TRUE(Text(echo) == large);
     EXPECT_EQ(0, peer.Wait(5000));
 }
@@ -162,47 +112,43 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrder) {
     ASSERT_EQ(0, c.Init());
     const char* sent[] = {"b1-0", "b2-1", "b1-2", "b2-3"};
     for (int i = 0; i < 4; ++i) {
-        IpcMessage m = Bytes(i % 2 == 0 ? 1 : 2, sent[i]);
-        ASSERT_EQ(0, b.Notify("Main", m, true));
+        ASSERT_TRUE(Send(b, "Main", i % 2 == 0 ? 1 : 2, sent[i]));
     }
-    IpcMessage fromC = Bytes(1, "c1-4");
-    ASSERT_EQ(0, c.Notify("Main", fromC, true));
+    ASSERT_TRUE(Send(c, "Main", 1, "c1-4"));
 
-    Calls calls;
+    std::vector<std::string> calls;
     main.RegisterHandler(1, Record, &calls);
     IpcMessage got;
-    ASSERT_EQ(0, main.Receive(1000, 2, LinxIpc::emptyString, &got));
+    ASSERT_EQ(0, main.Receive(1000, 2, kAny, &got));
     EXPECT_EQ("b2-1", Text(got));
     ASSERT_EQ(0, main.Receive(1000, 1, "C", &got));
     EXPECT_EQ("c1-4", Text(got));
-    EXPECT_TRUE(calls.types.empty());  // a copy out runs no handler
-    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 3, LinxIpc::emptyString, &got));
+    EXPECT_TRUE(calls.empty());  // a copy out runs no handler
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 3, kAny, &got));
     EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20, 1, "Nobody", &got));
 
     // Dispatching receives take the held messages in arrival order; type 2 has no handler and
     // just becomes current.
     for (int i = 0; i < 3; ++i) {
-        ASSERT_EQ(0, main.Receive(0, 0, LinxIpc::emptyString, nullptr));
+        ASSERT_EQ(0, main.Receive(0, 0, kAny, nullptr));
     }
     EXPECT_EQ("b2-3", Text(main.CurrentMessage()));
-    EXPECT_EQ((std::vector<std::string>{"b1-0", "b1-2"}), calls.payloads);
-    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, LinxIpc::emptyString, nullptr));
+    EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2"}), calls);
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
 
-    // A deregistered handler is simply not called.
     main.DeregisterHandler(1);
-    IpcMessage again = Bytes(1, "late");
-    ASSERT_EQ(0, b.Notify("Main", again, true));
-    ASSERT_EQ(0, main.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    ASSERT_TRUE(Send(b, "Main", 1, "late"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ("late", Text(main.CurrentMessage()));
-    EXPECT_EQ(2u, calls.payloads.size());
+    EXPECT_EQ(2u, calls.size());
 }
 
 namespace {
 
 struct Nested {
     LinxIpc* peer;
-    std::string nestedPayload;
-    int nestedResult = -1;
+    std::string payload;
+    int result = -1;
 };
 
 // Answers the requester in the received message object, as the process's handlers do.
@@ -219,18 +165,17 @@ void Answer(LinxIpc* ipc, void*) {
 // made from a handler; then changes the handler table it is dispatched from.
 void WaitInside(LinxIpc* ipc, void* context) {
     Nested* nested = static_cast<Nested*>(context);
-    IpcMessage kick = Bytes(42, "nested");
-    nested->peer->Notify(ipc->Name(), kick, true);
+    Send(*nested->peer, ipc->Name(), 42, "nested");
     IpcMessage got;
-    nested->nestedResult = ipc->Receive(1000, 42, LinxIpc::emptyString, &got);
-    nested->nestedPayload = Text(got);
+    nested->result = ipc->Receive(1000, 42, kAny, &got);
+    nested->payload = Text(got);
     ipc->DeregisterHandler(40);
     ipc->RegisterHandler(30, Answer, nullptr);
 }
 
 }  // namespace
 
-TEST(LinxIpc, HandlersAnswerAndReceiveFromInsideReceive) {
+TEST(LinxIpc, HandlersReceiveAndAnswerFromInsideReceive) {
     TestEnv env;
     LinxIpc main("Main");
     LinxIpc peer("Peer");
@@ -238,44 +183,76 @@ TEST(LinxIpc, HandlersAnswerAndReceiveFromInsideReceive) {
     ASSERT_EQ(0, peer.Init());
     Nested nested{&peer, "", -1};
     main.RegisterHandler(40, WaitInside, &nested);
-    IpcMessage start = Bytes(40, "start");
-    IpcMessage later = Bytes(41, "held");
-    ASSERT_EQ(0, peer.Notify("Main", start, true));
-    ASSERT_EQ(0, peer.Notify("Main", later, true));
+    ASSERT_TRUE(Send(peer, "Main", 40, "start"));
+    ASSERT_TRUE(Send(peer, "Main", 41, "held"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(0, nested.result);
+    EXPECT_EQ("nested", nested.payload);
 
-    ASSERT_EQ(0, main.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(0, nested.nestedResult);
-    EXPECT_EQ("nested", nested.nestedPayload);
-    ASSERT_EQ(0, main.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    // The platform's own copies (holding back, handing out) must not use up the refusals
+    // meant for the code under test.
+    hostseam::FailNextAllocations(1);
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ("held", Text(main.CurrentMessage()));
+    EXPECT_NE(0, main.CurrentMessage().Allocate(3, 1, nullptr));
 
     // The handler registered from inside a handler answers the requester.
-    IpcMessage ping = Bytes(30, "ping");
-    ASSERT_EQ(0, peer.Notify("Main", ping, true));
-    ASSERT_EQ(0, main.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    ASSERT_TRUE(Send(peer, "Main", 30, "ping"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     IpcMessage pong;
     ASSERT_EQ(0, peer.Receive(1000, 31, "Main", &pong));
     EXPECT_EQ("pong", Text(pong));
 }
 
-TEST(LinxIpc, ReceivedMessagesIgnoreTheAllocationSeam) {
+// The state manager's notices: shutdown overtakes waiting messages, process-died names the
+// process, and filters and copies out still apply to them.
+TEST(LinxIpc, NoticesOvertakeAndCarryTheirProcess) {
     TestEnv env;
     LinxIpc main("Main");
-    LinxIpc peer("Peer");
+    LinxIpc state("StateMgr");
     ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, peer.Init());
-    IpcMessage a = Bytes(1, "one");
-    IpcMessage b = Bytes(2, "two");
-    ASSERT_EQ(0, peer.Notify("Main", a, true));
-    ASSERT_EQ(0, peer.Notify("Main", b, true));
+    ASSERT_EQ(0, state.Init());
+    std::vector<std::string> log;
+    main.RegisterShutdown(Record, &log);
+    main.RegisterProcessDied(Record, &log);
+    main.RegisterHandler(20, Record, &log);
+    const std::string died = std::to_string(LinxIpc::kProcessDiedNotice) + ":";
+    const std::string quit = std::to_string(LinxIpc::kShutdownNotice) + ":";
 
-    // The platform's own copies (holding back, handing out) must not use up the refusals
-    // meant for the code under test.
-    hostseam::FailNextAllocations(1);
+    ASSERT_TRUE(Send(state, "Main", 20));
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(Send(state, "Main", 21));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ((std::vector<std::string>{quit, "20:"}), log);
+    EXPECT_EQ(20u, main.CurrentMessage().MsgType());  // the one dispatched after the notice
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(21u, main.CurrentMessage().MsgType());
+
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_VideoMgr})));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    ASSERT_EQ(3u, log.size());
+    EXPECT_EQ(died + Words({e_Process_VideoMgr}), log[2]);
+
+    // A selective receive for another type leaves the notice for the main loop; a copy out is
+    // not a dispatch.
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(Send(state, "Main", 30));
     IpcMessage got;
-    ASSERT_EQ(0, main.Receive(1000, 2, LinxIpc::emptyString, &got));
-    ASSERT_EQ(0, main.Receive(1000, 1, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ("one", Text(main.CurrentMessage()));
-    EXPECT_NE(0, main.CurrentMessage().Allocate(3, 1, nullptr));
-    EXPECT_EQ(0, main.CurrentMessage().Allocate(3, 1, nullptr));
+    EXPECT_EQ(0, main.Receive(1000, 30, kAny, &got));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, &got));
+    EXPECT_EQ(LinxIpc::kShutdownNotice, got.MsgType());
+    EXPECT_EQ(4u, log.size());
+
+    // Without handlers a shutdown notice is only reported and stays current.
+    main.DeregisterShutdown();
+    main.DeregisterProcessDied();
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(LinxIpc::kShutdownNotice, main.CurrentMessage().MsgType());
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_Fpga})));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(LinxIpc::kProcessDiedNotice, main.CurrentMessage().MsgType());
+    EXPECT_EQ(4u, log.size());
 }

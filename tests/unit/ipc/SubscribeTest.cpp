@@ -2,15 +2,13 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <initializer_list>
 #include <string>
-#include <vector>
 
 #include "ExternalMgrApi.h"
-#include "ForkedPeer.h"
 #include "HostSeams.h"
+#include "IpcTestSupport.h"
 #include "Item.h"
-#include "LinxIpc.h"
 #include "ServerClients.h"
 #include "StreamMgrApi.h"
 #include "Subscribe.h"
@@ -18,28 +16,18 @@
 
 namespace {
 
+const std::string kAny = LinxIpc::emptyString;
+// Requests a test server process answers: ready (sent by it), push item 5 = 99 and answer how
+// many got it, answer SubscriberCount(word 0), quit.
 const unsigned int kReady = 200;
-const unsigned int kNotifyNow = 300;  // peer server: push item 5 with value 99, answer the count
-const unsigned int kNotified = 301;
-const unsigned int kCountNow = 302;  // peer server: answer SubscriberCount(word 0)
-const unsigned int kCounted = 303;
+const unsigned int kNotifyNow = 300;
+const unsigned int kCountNow = 302;
 const unsigned int kQuit = 304;
 
-std::uint32_t Word(const IpcMessage& message, unsigned int index) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, message.DataPtr() + 4 * index, sizeof word);
-    return word;
-}
-
-bool SendWords(LinxIpc& from, const std::string& to, unsigned int type,
-               const std::vector<std::uint32_t>& words) {
-    IpcMessage message;
-    std::vector<char> bytes(words.size() * 4);
-    if (!words.empty()) {
-        std::memcpy(bytes.data(), words.data(), bytes.size());
+void Put(const Item& item, IpcMessage& reply, unsigned int msgType) {
+    if (reply.Allocate(msgType, item.Size(), nullptr) == 0) {
+        item.EncodeMsg(reply);
     }
-    return message.Allocate(type, static_cast<unsigned int>(bytes.size()), bytes.data()) == 0 &&
-           from.Notify(to, message, true) == 0;
 }
 
 // Serves item 5 as a UShortItem, items 1..4 as the tick 1000 + id and item 7 as a BoolItem;
@@ -49,20 +37,11 @@ public:
     TestServer(LinxIpc& ipc, unsigned short value) : SubscribeServer(ipc), value_(value) {}
     void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
         if (itemId == 5) {
-            UShortItem item(value_);
-            if (reply.Allocate(msgType, item.Size(), nullptr) == 0) {
-                item.EncodeMsg(reply);
-            }
+            Put(UShortItem(value_), reply, msgType);
         } else if (itemId >= 1 && itemId <= 4) {
-            SystickItem tick(1000 + itemId);
-            if (reply.Allocate(msgType, tick.Size(), nullptr) == 0) {
-                tick.EncodeMsg(reply);
-            }
+            Put(SystickItem(1000 + itemId), reply, msgType);
         } else if (itemId == 7) {
-            BoolItem flag(true);
-            if (reply.Allocate(msgType, flag.Size(), nullptr) == 0) {
-                flag.EncodeMsg(reply);
-            }
+            Put(BoolItem(true), reply, msgType);
         }
     }
 
@@ -70,23 +49,17 @@ private:
     unsigned short value_;
 };
 
-void AnswerCount(LinxIpc* ipc, unsigned int type, std::uint32_t count) {
-    const std::string sender = ipc->CurrentMessage().GetSender();
-    SendWords(*ipc, sender, type, {count});
-}
-
 void NotifyNow(LinxIpc* ipc, void* context) {
-    UShortItem item(99);
-    const int sent = static_cast<TestServer*>(context)->NotifySubscribers(5, item);
-    AnswerCount(ipc, kNotified, static_cast<std::uint32_t>(sent));
+    UShortItem notice(99);
+    const int sent = static_cast<TestServer*>(context)->NotifySubscribers(5, notice);
+    Send(*ipc, ipc->CurrentMessage().GetSender(), kNotifyNow + 1,
+         Words({static_cast<std::uint32_t>(sent)}));
 }
 
 void CountNow(LinxIpc* ipc, void* context) {
-    std::uint32_t itemId = 0;
-    if (ipc->CurrentMessage().Size() >= 4) {
-        itemId = Word(ipc->CurrentMessage(), 0);
-    }
-    AnswerCount(ipc, kCounted, static_cast<TestServer*>(context)->SubscriberCount(itemId));
+    const unsigned count =
+        static_cast<TestServer*>(context)->SubscriberCount(Word(ipc->CurrentMessage(), 0));
+    Send(*ipc, ipc->CurrentMessage().GetSender(), kCountNow + 1, Words({count}));
 }
 
 // The body of a server process named `name`: serves until told to quit.
@@ -98,18 +71,30 @@ int RunServer(const char* name, unsigned short value) {
     TestServer server(ipc, value);
     ipc.RegisterHandler(kNotifyNow, NotifyNow, &server);
     ipc.RegisterHandler(kCountNow, CountNow, &server);
-    if (!SendSignal(ipc, "Main", kReady)) {
+    if (!Send(ipc, "Main", kReady)) {
         return 2;
     }
-    for (;;) {
-        const int result = ipc.Receive(10000, 0, LinxIpc::emptyString, nullptr);
-        if (result != 0) {
-            return 3;
-        }
+    while (ipc.Receive(10000, 0, kAny, nullptr) == 0) {
         if (ipc.CurrentMessage().MsgType() == kQuit) {
             return 0;
         }
     }
+    return 3;
+}
+
+bool AwaitReady(LinxIpc& main, const char* server) {
+    IpcMessage ready;
+    return main.Receive(5000, kReady, server, &ready) == 0;
+}
+
+// Asks a server process and returns the word it answers; 0xFFFFFFFF without an answer.
+std::uint32_t Ask(LinxIpc& main, const char* server, unsigned int ask, std::uint32_t word = 0) {
+    IpcMessage reply;
+    if (!Send(main, server, ask, Words({word})) ||
+        main.Receive(5000, ask + 1, server, &reply) != 0 || reply.Size() < 4) {
+        return 0xFFFFFFFFu;
+    }
+    return Word(reply, 0);
 }
 
 struct Notices {
@@ -126,16 +111,6 @@ void OnNotice(LinxIpc* ipc, void* context) {
     }
 }
 
-std::uint32_t AskCount(LinxIpc& main, const char* server, unsigned int ask, unsigned int answer,
-                       std::uint32_t word = 0) {
-    IpcMessage reply;
-    if (!SendWords(main, server, ask, {word}) || main.Receive(5000, answer, server, &reply) != 0 ||
-        reply.Size() < 4) {
-        return 0xFFFFFFFFu;
-    }
-    return Word(reply, 0);
-}
-
 }  // namespace
 
 TEST(SubscribeServer, AnswersRequestsAndPushesNotices) {
@@ -146,66 +121,59 @@ TEST(SubscribeServer, AnswersRequestsAndPushesNotices) {
     ASSERT_EQ(0, client.Init());
     TestServer server(serverIpc, 1234);
     IpcMessage reply;
+    // The client asks, the server dispatches; true when the client got a reply.
+    // `failedAllocations` of the server's next allocations are refused.
+    auto request = [&](LinxIpc& from, unsigned int type, const std::string& words,
+                       unsigned int failedAllocations = 0) {
+        if (!Send(from, "Server", type, words)) {
+            return false;
+        }
+        hostseam::FailNextAllocations(failedAllocations);
+        return serverIpc.Receive(1000, 0, kAny, nullptr) == 0 &&
+               client.Receive(50, LinxIpc::kSubscribeReply, "Server", &reply) == 0;
+    };
 
     // Accepted: item id, notification id, status 0, then the item's bytes.
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kSubscribeRequest, {5, 700}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    ASSERT_EQ(0, client.Receive(1000, LinxIpc::kSubscribeReply, "Server", &reply));
-    ASSERT_EQ(14u, reply.Size());
-    EXPECT_EQ(5u, Word(reply, 0));
-    EXPECT_EQ(700u, Word(reply, 1));
-    EXPECT_EQ(0u, Word(reply, 2));
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 700})));
+    EXPECT_EQ(Words({5, 700, 0}) + std::string("\x04\xd2\x00\x00", 0), Text(reply).substr(0, 12));
     UShortItem value;
     value.Decode(reply.DataPtr() + 12);
+    EXPECT_EQ(14u, reply.Size());
     EXPECT_EQ(1234, value.Get());
 
     // Refused: an unknown item, and an item whose value cannot be allocated.
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kSubscribeRequest, {6, 701}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    ASSERT_EQ(0, client.Receive(1000, LinxIpc::kSubscribeReply, "Server", &reply));
-    ASSERT_EQ(12u, reply.Size());
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({6, 701})));
+    EXPECT_EQ(12u, reply.Size());
     EXPECT_NE(0u, Word(reply, 2));
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kSubscribeRequest, {5, 702}));
-    hostseam::FailNextAllocations(1);
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    ASSERT_EQ(0, client.Receive(1000, LinxIpc::kSubscribeReply, "Server", &reply));
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 702}), 1));
     EXPECT_NE(0u, Word(reply, 2));
     EXPECT_EQ(1u, server.SubscriberCount(5));
-
     // A short request is dropped without an answer.
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kSubscribeRequest, {5}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(LinxIpc::kTimeout, client.Receive(50, 0, LinxIpc::emptyString, &reply));
+    EXPECT_FALSE(request(client, LinxIpc::kSubscribeRequest, Words({5})));
 
     // A repeated request replaces the subscription: one notice, under the new id.
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kSubscribeRequest, {5, 703}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
-    ASSERT_EQ(0, client.Receive(1000, LinxIpc::kSubscribeReply, "Server", &reply));
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 703})));
     EXPECT_EQ(1u, server.SubscriberCount(5));
-    UShortItem changed(77);
-    EXPECT_EQ(1, server.NotifySubscribers(5, changed));
-    ASSERT_EQ(0, client.Receive(1000, 0, LinxIpc::emptyString, &reply));
+    UShortItem notice(77);
+    EXPECT_EQ(1, server.NotifySubscribers(5, notice));
+    ASSERT_EQ(0, client.Receive(1000, 0, kAny, &reply));
     EXPECT_EQ(703u, reply.MsgType());
     value.DecodeMsg(reply);
     EXPECT_EQ(77, value.Get());
-    EXPECT_EQ(0, server.NotifySubscribers(6, changed));
+    EXPECT_EQ(0, server.NotifySubscribers(6, notice));
 
-    // Unsubscribing names the pairs to drop; a vanished subscriber is dropped on the next
-    // notice.
+    // A vanished subscriber is dropped on the next notice; unsubscribing names the pair.
     {
         LinxIpc second("Second");
         ASSERT_EQ(0, second.Init());
-        ASSERT_TRUE(SendWords(second, "Server", LinxIpc::kSubscribeRequest, {5, 800}));
-        ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+        request(second, LinxIpc::kSubscribeRequest, Words({5, 800}));
         EXPECT_EQ(2u, server.SubscriberCount(5));
     }
-    EXPECT_EQ(1, server.NotifySubscribers(5, changed));
+    EXPECT_EQ(1, server.NotifySubscribers(5, notice));
     EXPECT_EQ(1u, server.SubscriberCount(5));
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kUnsubscribeRequest, {5, 999}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    request(client, LinxIpc::kUnsubscribeRequest, Words({5, 999}));
     EXPECT_EQ(1u, server.SubscriberCount(5));
-    ASSERT_TRUE(SendWords(client, "Server", LinxIpc::kUnsubscribeRequest, {5, 703}));
-    ASSERT_EQ(0, serverIpc.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    request(client, LinxIpc::kUnsubscribeRequest, Words({5, 703}));
     EXPECT_EQ(0u, server.SubscriberCount(5));
 }
 
@@ -214,8 +182,7 @@ TEST(SubscribeClient, SubscribeNotifyAndUnsubscribeBetweenProcesses) {
     LinxIpc main("Main");
     ASSERT_EQ(0, main.Init());
     ForkedPeer peer([] { return RunServer("Server", 1234); });
-    IpcMessage ready;
-    ASSERT_EQ(0, main.Receive(5000, kReady, "Server", &ready));
+    ASSERT_TRUE(AwaitReady(main, "Server"));
 
     SubscribeClient client(main, "Server", 5000);
     Notices notices;
@@ -227,25 +194,22 @@ TEST(SubscribeClient, SubscribeNotifyAndUnsubscribeBetweenProcesses) {
     SystickItem wider;
     EXPECT_EQ(SubscribeClient::kBadAnswer, client.Subscribe(7, 702, wider, OnNotice, &notices));
     EXPECT_EQ(1u, client.SubscriptionCount());
-    EXPECT_EQ(0u, AskCount(main, "Server", kCountNow, kCounted, 7));
+    EXPECT_EQ(0u, Ask(main, "Server", kCountNow, 7));
 
     // Only the accepted subscription has a handler.
-    ASSERT_TRUE(SendSignal(main, "Main", 701));
-    ASSERT_EQ(0, main.Receive(1000, 0, LinxIpc::emptyString, nullptr));
+    ASSERT_TRUE(Send(main, "Main", 701));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ(0, notices.count);
 
-    ASSERT_TRUE(SendSignal(main, "Server", kNotifyNow));
+    EXPECT_EQ(1u, Ask(main, "Server", kNotifyNow));
     ASSERT_EQ(0, main.Receive(5000, 700, "Server", nullptr));
     EXPECT_EQ(1, notices.count);
     EXPECT_EQ(99, notices.last);
-    IpcMessage sent;
-    ASSERT_EQ(0, main.Receive(5000, kNotified, "Server", &sent));
-    EXPECT_EQ(1u, Word(sent, 0));
 
     EXPECT_EQ(0, client.UnsubscribeAll(true));
     EXPECT_EQ(0u, client.SubscriptionCount());
-    EXPECT_EQ(0u, AskCount(main, "Server", kCountNow, kCounted, 5));
-    ASSERT_TRUE(SendSignal(main, "Server", kQuit));
+    EXPECT_EQ(0u, Ask(main, "Server", kCountNow, 5));
+    ASSERT_TRUE(Send(main, "Server", kQuit));
     EXPECT_EQ(0, peer.Wait(5000));
 }
 
@@ -264,13 +228,12 @@ TEST(SubscribeClient, MissingSilentAndRestartedServers) {
 
     // Traffic that arrives while the client waits is held back, not dispatched.
     main.RegisterHandler(600, OnNotice, &notices);
-    ASSERT_TRUE(SendWords(silent, "Main", 600, {0}));
+    ASSERT_TRUE(Send(silent, "Main", 600, Words({0})));
     SubscribeClient quiet(main, "Silent", 100);
     EXPECT_EQ(SubscribeClient::kNoAnswer, quiet.Subscribe(5, 700, item, OnNotice, &notices));
     EXPECT_EQ(0u, quiet.SubscriptionCount());
     EXPECT_EQ(0, notices.count);
-    ASSERT_EQ(0, main.Receive(0, 0, LinxIpc::emptyString, nullptr));
-    EXPECT_EQ(600u, main.CurrentMessage().MsgType());
+    ASSERT_EQ(0, main.Receive(0, 0, kAny, nullptr));
     EXPECT_EQ(1, notices.count);
     main.DeregisterHandler(600);
     notices = Notices();
@@ -278,49 +241,22 @@ TEST(SubscribeClient, MissingSilentAndRestartedServers) {
     SubscribeClient client(main, "Server", 5000);
     {
         ForkedPeer first([] { return RunServer("Server", 1); });
-        IpcMessage ready;
-        ASSERT_EQ(0, main.Receive(5000, kReady, "Server", &ready));
+        ASSERT_TRUE(AwaitReady(main, "Server"));
         ASSERT_EQ(0, client.Subscribe(5, 700, item, OnNotice, &notices));
-        ASSERT_TRUE(SendSignal(main, "Server", kQuit));
+        ASSERT_TRUE(Send(main, "Server", kQuit));
         ASSERT_EQ(0, first.Wait(5000));
     }
     EXPECT_EQ(SubscribeClient::kNoServer, client.Resubscribe());
 
     ForkedPeer second([] { return RunServer("Server", 2); });
-    IpcMessage ready;
-    ASSERT_EQ(0, main.Receive(5000, kReady, "Server", &ready));
+    ASSERT_TRUE(AwaitReady(main, "Server"));
     EXPECT_EQ(0, client.Resubscribe());
-    EXPECT_EQ(1u, AskCount(main, "Server", kNotifyNow, kNotified));
+    EXPECT_EQ(1u, Ask(main, "Server", kNotifyNow));
     ASSERT_EQ(0, main.Receive(5000, 700, "Server", nullptr));
-    EXPECT_EQ(1, notices.count);
     EXPECT_EQ(99, notices.last);
-    ASSERT_TRUE(SendSignal(main, "Server", kQuit));
+    ASSERT_TRUE(Send(main, "Server", kQuit));
     EXPECT_EQ(0, second.Wait(5000));
 }
-
-namespace {
-
-// A stream manager that answers one request with a fixed REID.
-int RunStreamMgr() {
-    LinxIpc ipc("StreamMgr");
-    if (ipc.Init() != 0 || !SendSignal(ipc, "Main", kReady)) {
-        return 1;
-    }
-    IpcMessage request;
-    if (ipc.Receive(10000, StreamMgrApi::kCurrentlyRecordingRequest, LinxIpc::emptyString,
-                    &request) != 0) {
-        return 2;
-    }
-    char reid[] = "REID-7\0tail";
-    IpcMessage response;
-    if (response.Allocate(StreamMgrApi::kCurrentlyRecordingResponse, sizeof reid - 1, reid) != 0 ||
-        ipc.Notify(request.GetSender(), response, true) != 0) {
-        return 3;
-    }
-    return 0;
-}
-
-}  // namespace
 
 TEST(ServerClients, StateMgrEventsAndRecordingQuery) {
     TestEnv env;
@@ -329,40 +265,43 @@ TEST(ServerClients, StateMgrEventsAndRecordingQuery) {
     EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 5000));  // no stream manager
 
     ForkedPeer state([] { return RunServer("StateMgr", 0); });
-    IpcMessage ready;
-    ASSERT_EQ(0, main.Receive(5000, kReady, "StateMgr", &ready));
+    ASSERT_TRUE(AwaitReady(main, "StateMgr"));
     StateMgrClient client(main, 5000);
-    EXPECT_EQ("StateMgr", client.ServerName());
     Notices notices;
     EXPECT_TRUE(client.SubscribeForRecordStart(13505, OnNotice, &notices));
     EXPECT_TRUE(client.SubscribeForRecordStop(13506, OnNotice, &notices));
     EXPECT_TRUE(client.SubscribeForEnterCovertMode(13507, OnNotice, &notices));
     EXPECT_TRUE(client.SubscribeForExitCovertMode(13508, OnNotice, &notices));
     EXPECT_EQ(4u, client.SubscriptionCount());
-    ASSERT_TRUE(SendSignal(main, "StateMgr", kQuit));
+    ASSERT_TRUE(Send(main, "StateMgr", kQuit));
     EXPECT_EQ(0, state.Wait(5000));
     EXPECT_FALSE(client.SubscribeForRecordStart(13505, OnNotice, &notices));
 
-    ForkedPeer stream(RunStreamMgr);
-    ASSERT_EQ(0, main.Receive(5000, kReady, "StreamMgr", &ready));
+    // A stream manager that answers one request with a REID followed by other bytes.
+    ForkedPeer stream([] {
+        LinxIpc ipc("StreamMgr");
+        IpcMessage request;
+        return ipc.Init() == 0 && Send(ipc, "Main", kReady) &&
+                       ipc.Receive(10000, StreamMgrApi::kCurrentlyRecordingRequest, kAny,
+                                   &request) == 0 &&
+                       Send(ipc, request.GetSender(), StreamMgrApi::kCurrentlyRecordingResponse,
+                            std::string("REID-7\0tail", 11))
+                   ? 0
+                   : 1;
+    });
+    ASSERT_TRUE(AwaitReady(main, "StreamMgr"));
     EXPECT_EQ("REID-7", StreamMgrApi::CurrentlyRecordingREID(main, 5000));
     EXPECT_EQ(0, stream.Wait(5000));
-
     LinxIpc mute("StreamMgr");
     ASSERT_EQ(0, mute.Init());
     EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 50));
 
-    FpgaClient fpga(main);
-    EXPECT_EQ("FpgaHal", fpga.ServerName());
-    EXPECT_EQ(SubscribeClient::kDefaultTimeoutMs, fpga.TimeoutMs());
-    ConfigClient config(main, 30000);
-    EXPECT_EQ("ConfigMgr", config.ServerName());
-    EXPECT_EQ(30000, config.TimeoutMs());
+    EXPECT_EQ("FpgaHal", FpgaClient(main).ServerName());
+    EXPECT_EQ(SubscribeClient::kDefaultTimeoutMs, FpgaClient(main).TimeoutMs());
+    EXPECT_EQ("ConfigMgr", ConfigClient(main, 30000).ServerName());
 
-    ::setenv("LVS_FORCE_HQ", "0", 1);
-    EXPECT_FALSE(ExternalMgrApi::InLvsForceHqStreaming());
-    ::setenv("LVS_FORCE_HQ", "yes", 1);
-    EXPECT_TRUE(ExternalMgrApi::InLvsForceHqStreaming());
-    ::unsetenv("LVS_FORCE_HQ");
-    EXPECT_FALSE(ExternalMgrApi::InLvsForceHqStreaming());
+    for (const char* force : std::initializer_list<const char*>{"0", "yes", nullptr}) {
+        force == nullptr ? ::unsetenv("LVS_FORCE_HQ") : ::setenv("LVS_FORCE_HQ", force, 1);
+        EXPECT_EQ(force != nullptr && *force != '0', ExternalMgrApi::InLvsForceHqStreaming());
+    }
 }

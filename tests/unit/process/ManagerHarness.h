@@ -1,14 +1,19 @@
 // A MetadataMgr driven in-process through real endpoints of the host platform: the manager's
-// own endpoint ("MetadataMgr") and a peer endpoint that plays the other processes.
+// own endpoint ("MetadataMgr") and a peer endpoint that plays the other processes. Also the
+// small tools every in-process test of the manager uses: environment switches, captured log
+// lines, the shared record's bytes and the store's records in brief.
 #pragma once
 
+#include <cstring>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "Item.h"
 #include "LinxIpc.h"
 #include "MetadataMgr.h"
+#include "MetadataSharedMem.h"
 #include "StoreRecords.h"
 #include "TestEnv.h"
 
@@ -34,6 +39,67 @@ public:
     bool PeerReceive(IpcMessage& out, unsigned int type = 0, int timeoutMs = 1000);
     // Closes the store (Cleanup) and returns every record it holds.
     std::vector<StoreRecord> Records();
-    // The records after the start-up output, filtered by op ("" = all).
+    // The records filtered by op ("" = all).
     std::vector<StoreRecord> RecordsOf(const std::string& op);
 };
+
+// Each record whose op is in `ops` (all when empty) as its op without "Report", then the
+// values of those `keys` it has, blank-separated: "StateData 70 true 1000".
+std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
+                               const std::set<std::string>& ops,
+                               const std::vector<std::string>& keys);
+
+// The shared record as other processes see it now.
+struct SharedBlock {
+    unsigned char bytes[MetadataSharedMem::kBlockSize];
+    SharedBlock();
+    template <typename T>
+    T At(unsigned int offset) const {
+        T value;
+        std::memcpy(&value, bytes + offset, sizeof value);
+        return value;
+    }
+};
+
+// One field of the shared record: width 1 and 2 read unsigned, 4 signed.
+struct Field {
+    unsigned int offset;
+    unsigned int width;
+    long long value;
+};
+// Checks the fields against the shared record as it is now.
+void ExpectFields(const std::vector<Field>& fields);
+
+// Sets an environment variable of this process (and the programs it starts) while it lives.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const std::string& value);
+    ~ScopedEnv();
+    ScopedEnv(const ScopedEnv&) = delete;
+    ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+private:
+    std::string name_;
+};
+
+// Standard error goes to a file, with the log mask `level`, while this lives.
+class LogCapture {
+public:
+    explicit LogCapture(const std::string& path, unsigned int level = 0xFF);
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::string Text() const { return ReadFileText(path_); }
+    bool Contains(const std::string& part) const { return Count(part) > 0; }
+    unsigned int Count(const std::string& part) const;
+    // Lines of the manager whose text, after "MetadataMgr:<line> ", is exactly `text`.
+    unsigned int Lines(const std::string& text) const;
+
+private:
+    std::string path_;
+    int saved_;
+    unsigned int level_;
+};
+
+unsigned int Count(const std::string& text, const std::string& part);

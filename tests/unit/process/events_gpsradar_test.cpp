@@ -1,9 +1,6 @@
 // GPS and radar readings: the store's records and the shared record other processes read.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
-#include "HostInspect.h"
 #include "events_support.h"
 
 namespace {
@@ -46,22 +43,6 @@ RadarItem Radar(unsigned short status, unsigned int tick) {
     radar.tick = tick;
     return radar;
 }
-
-struct Block {
-    unsigned char bytes[MetadataSharedMem::kBlockSize];
-    template <typename T>
-    T At(unsigned int offset) const {
-        T value;
-        std::memcpy(&value, bytes + offset, sizeof value);
-        return value;
-    }
-};
-
-Block ReadBlock() {
-    Block block{};
-    EXPECT_TRUE(hostinspect::ReadSharedBlock(block.bytes));
-    return block;
-}
 }  // namespace
 
 TEST(EventsGpsRadar, StoreRecordsWithAndWithoutFix) {
@@ -77,52 +58,18 @@ TEST(EventsGpsRadar, StoreRecordsWithAndWithoutFix) {
     ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0001, 200)));
     ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0081, 210)));
 
-    const std::vector<StoreRecord> all = h.Records();
-    std::vector<StoreRecord> records;
-    for (const StoreRecord& r : all) {
-        const std::string op = r.Op();
-        if (op == "ReportGpsState" || op == "ReportGps" || op == "ReportSpeed" ||
-            op == "ReportValidSpeed" || op == "ReportRadarState" || op == "ReportRadar") {
-            records.push_back(r);
-        }
-    }
-    const std::vector<std::string> ops = {
-        "ReportGpsState",   "ReportGps",        "ReportSpeed",      "ReportGpsState",
-        "ReportValidSpeed", "ReportGpsState",   "ReportValidSpeed", "ReportGpsState",
-        "ReportGps",        "ReportSpeed",      "ReportRadarState", "ReportRadar",
-        "ReportSpeed",      "ReportRadarState", "ReportValidSpeed",
+    const std::vector<std::string> expected = {
+        "GpsState true true",   "Gps 51 true 100",         "Speed 1 1 true 100",
+        "GpsState false true",  "ValidSpeed 1 false",      "GpsState false true",
+        "ValidSpeed 1 false",   "GpsState true false",     "Gps 51 false 130",
+        "Speed 1 99 false 130", "RadarState 1 true true",  "Radar 1 61 72 68 0 true 200",
+        "Speed 2 55 true 200",  "RadarState 1 false true", "ValidSpeed 2 false",
     };
-    ASSERT_EQ(ops, events::Ops(records));
-
-    EXPECT_EQ("true", records[0].Get("valid"));
-    EXPECT_EQ("true", records[0].Get("flag"));
-    EXPECT_EQ(100, records[1].Int("tick"));
-    EXPECT_EQ(51, records[1].Int("item.latDegrees"));
-    EXPECT_EQ(1, records[2].Int("source"));
-    EXPECT_EQ(1, records[2].Int("speed"));
-    EXPECT_EQ(100, records[2].Int("tick"));
-    EXPECT_EQ("false", records[3].Get("valid"));
-    EXPECT_EQ(1, records[4].Int("source"));
-    EXPECT_EQ("false", records[4].Get("valid"));
-    EXPECT_EQ("false", records[5].Get("valid"));
-    // A fix given as the value read at subscription.
-    EXPECT_EQ("false", records[7].Get("flag"));
-    EXPECT_EQ("false", records[8].Get("flag"));
-    EXPECT_EQ(99, records[9].Int("speed"));
-    EXPECT_EQ("false", records[9].Get("flag"));
-
-    EXPECT_EQ(1, records[10].Int("radar"));
-    EXPECT_EQ("true", records[10].Get("valid"));
-    EXPECT_EQ(61, records[11].Int("speedA"));
-    EXPECT_EQ(72, records[11].Int("speedB"));
-    EXPECT_EQ(68, records[11].Int("speedC"));
-    EXPECT_EQ(0, records[11].Int("direction"));
-    EXPECT_EQ(200, records[11].Int("tick"));
-    EXPECT_EQ(2, records[12].Int("source"));
-    EXPECT_EQ(55, records[12].Int("speed"));
-    EXPECT_EQ(200, records[12].Int("tick"));
-    EXPECT_EQ("false", records[13].Get("valid"));
-    EXPECT_EQ(2, records[14].Int("source"));
+    EXPECT_EQ(expected, Brief(h.Records(),
+                              {"ReportGpsState", "ReportGps", "ReportSpeed", "ReportValidSpeed",
+                               "ReportRadarState", "ReportRadar"},
+                              {"source", "speed", "radar", "valid", "item.latDegrees", "speedA",
+                               "speedB", "speedC", "direction", "flag", "tick"}));
 }
 
 TEST(EventsGpsRadar, SharedRecordHoldsTheLatestReading) {
@@ -132,50 +79,30 @@ TEST(EventsGpsRadar, SharedRecordHoldsTheLatestReading) {
     events::Bind(h, MetadataMgr::RadarEventHandler, kRadar);
 
     ASSERT_TRUE(h.DeliverItem(kGps, Gps(2, 19, 100)));
-    Block b = ReadBlock();
-    EXPECT_EQ(0xA5, b.At<unsigned char>(0x04));
-    EXPECT_EQ('N', b.At<char>(0x08));
-    EXPECT_EQ(51u, b.At<unsigned int>(0x0C));
-    EXPECT_EQ(30, b.At<unsigned short>(0x10));
-    EXPECT_EQ(123456u, b.At<unsigned int>(0x14));
-    EXPECT_EQ('E', b.At<char>(0x18));
-    EXPECT_EQ(359u, b.At<unsigned int>(0x1C));
-    EXPECT_EQ(7, b.At<unsigned short>(0x20));
-    EXPECT_EQ(654321u, b.At<unsigned int>(0x24));
-    EXPECT_EQ(271, b.At<unsigned short>(0x28));
-    EXPECT_EQ(11, b.At<unsigned short>(0x2A));
-    EXPECT_EQ(2u, b.At<unsigned int>(0x2C));
-    EXPECT_EQ(3, b.At<int>(0x30));
-    EXPECT_EQ(9, b.At<int>(0x34));
-    EXPECT_EQ(8, b.At<int>(0x38));
-    EXPECT_EQ(-47, b.At<int>(0x3C));
-    EXPECT_EQ(19, b.At<unsigned short>(0x40));  // raw, not divided
-    EXPECT_EQ(3, b.At<unsigned short>(0x42));
-    EXPECT_EQ(0x12345678u, b.At<unsigned int>(0x44));
-    EXPECT_EQ(-12, b.At<int>(0x48));
+    ExpectFields({{0x04, 1, 0xA5},   {0x08, 1, 'N'},        {0x0C, 4, 51},  {0x10, 2, 30},
+                  {0x14, 4, 123456}, {0x18, 1, 'E'},        {0x1C, 4, 359}, {0x20, 2, 7},
+                  {0x24, 4, 654321}, {0x28, 2, 271},        {0x2A, 2, 11},  {0x2C, 4, 2},
+                  {0x30, 4, 3},      {0x34, 4, 9},          {0x38, 4, 8},   {0x3C, 4, -47},
+                  {0x40, 2, 19},  // raw, not divided
+                  {0x42, 2, 3},      {0x44, 4, 0x12345678}, {0x48, 4, -12}});
 
     // Without a fix the record is refreshed all the same; hemispheres other than 1 are S and W.
     GpsStatusItem south = Gps(0, 40, 101);
     south.latHemisphere = 2;
     south.lonHemisphere = 0;
     ASSERT_TRUE(h.DeliverItem(kGps, south));
-    b = ReadBlock();
-    EXPECT_EQ('S', b.At<char>(0x08));
-    EXPECT_EQ('W', b.At<char>(0x18));
-    EXPECT_EQ(0u, b.At<unsigned int>(0x2C));
-    EXPECT_EQ(40, b.At<unsigned short>(0x40));
+    ExpectFields({{0x08, 1, 'S'}, {0x18, 1, 'W'}, {0x2C, 4, 0}, {0x40, 2, 40}});
     south.latHemisphere = 0;
     h.manager->ReportGpsStatus(south, true);
-    EXPECT_EQ('S', ReadBlock().At<char>(0x08));
+    ExpectFields({{0x08, 1, 'S'}});
 
-    // An invalid radar reading is written as received; GPS fields stay.
+    // An invalid radar reading is written as received; GPS fields and the running mark stay.
     ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0081, 200)));
-    b = ReadBlock();
-    EXPECT_EQ(0x0081, b.At<unsigned short>(0x4C));
-    EXPECT_EQ(55, b.At<unsigned short>(0x4E));
-    EXPECT_EQ(61, b.At<unsigned short>(0x50));
-    EXPECT_EQ(72, b.At<unsigned short>(0x52));
-    EXPECT_EQ(68, b.At<unsigned short>(0x54));
-    EXPECT_EQ(40, b.At<unsigned short>(0x40));
-    EXPECT_EQ(0x0100, b.At<unsigned short>(0x00));  // the running mark is left alone
+    ExpectFields({{0x4C, 2, 0x0081},
+                  {0x4E, 2, 55},
+                  {0x50, 2, 61},
+                  {0x52, 2, 72},
+                  {0x54, 2, 68},
+                  {0x40, 2, 40},
+                  {0x00, 2, 0x0100}});
 }

@@ -1,10 +1,13 @@
-// Requests served on the manager's endpoint: ping, metadata to file, last system tick.
+// Requests served on the manager's endpoint: ping, the bookmark item, metadata to file and the
+// last system tick.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
+#include <cstdint>
 
 #include "HostSeams.h"
+#include "MetadataMgrServer.h"
 #include "events_support.h"
 
 using events::Payload;
@@ -13,9 +16,8 @@ namespace {
 Payload CopyRequest(const std::string& name, unsigned int first, unsigned int second) {
     Payload p;
     p.Bytes().assign(1024, 0);
-    std::memcpy(p.Bytes().data(), name.data(), name.size());
-    p.Add(first).Add(second);
-    return p;
+    std::memcpy(p.Bytes().data(), name.data(), std::min<size_t>(name.size(), 1024));
+    return p.Add(first).Add(second);
 }
 
 // The answer byte of a metadata-to-file request, or -1 when none came.
@@ -28,27 +30,7 @@ int CopyAnswer(ManagerHarness& h, int timeoutMs = 2000) {
 }
 
 bool Exists(const std::string& path) {
-    struct stat st;
-    return ::stat(path.c_str(), &st) == 0;
-}
-
-struct TickAnswer {
-    unsigned int tick = 0;
-    unsigned char valid = 0xEE;
-    unsigned int size = 0;
-};
-
-TickAnswer AskTick(ManagerHarness& h) {
-    TickAnswer result;
-    EXPECT_TRUE(h.Deliver(events::kLastSystemTick, nullptr, 0));
-    IpcMessage answer;
-    EXPECT_TRUE(h.PeerReceive(answer, events::kLastSystemTickResponse, 2000));
-    result.size = answer.Size();
-    if (answer.Size() >= 5) {
-        std::memcpy(&result.tick, answer.DataPtr(), 4);
-        result.valid = answer.DataPtr()[4];
-    }
-    return result;
+    return ::access(path.c_str(), F_OK) == 0;
 }
 }  // namespace
 
@@ -62,25 +44,65 @@ TEST(EventsRequests, PingIsAnsweredToTheSender) {
     EXPECT_EQ("MetadataMgr", answer.GetSender());
 
     // A refused allocation leaves the requester without an answer, and is logged.
-    std::string text;
     {
-        events::LogCapture log(h.env.Path("log.txt"), 1);
+        LogCapture log(h.env.Path("log.txt"), 1);
         IpcMessage ping;
         ASSERT_EQ(0, ping.Allocate(events::kPing, 0, nullptr));
         ASSERT_EQ(0, h.peer.Notify(h.ipc.Name(), ping, true));
         hostseam::FailNextAllocations(1);
         ASSERT_EQ(0, h.ipc.Receive(2000, events::kPing, LinxIpc::emptyString, nullptr));
-        text = log.Text();
+        hostseam::FailNextAllocations(0);
+        EXPECT_EQ(1u, log.Lines("Error Allocating Message")) << log.Text();
     }
-    hostseam::FailNextAllocations(0);
-    EXPECT_NE(std::string::npos, text.find("MetadataMgr:")) << text;
-    EXPECT_NE(std::string::npos, text.find(" Error Allocating Message\n")) << text;
     EXPECT_FALSE(h.PeerReceive(answer, events::kPingResponse, 200));
+}
+
+// Item 0 reads false when polled, an unknown item is refused, and every bookmark is stored
+// before true is pushed to each subscriber.
+TEST(EventsRequests, BookmarkIsStoredThenPublished) {
+    ManagerHarness h;
+    ASSERT_TRUE(h.Prepare());
+    MetadataMgrServer* server = h.manager->Server();
+    ASSERT_NE(nullptr, server);
+    IpcMessage reply;
+    server->GetItem(1, reply, 5000);
+    EXPECT_EQ(0u, reply.MsgType()) << "an unknown item leaves the reply untouched";
+    hostseam::FailNextAllocations(1);
+    server->GetItem(0, reply, 5000);
+    EXPECT_EQ(0u, reply.MsgType());
+
+    uint32_t request[2] = {0, 5001};
+    ASSERT_TRUE(h.Deliver(LinxIpc::kSubscribeRequest, request, sizeof request));
+    IpcMessage answer;
+    ASSERT_TRUE(h.PeerReceive(answer, LinxIpc::kSubscribeReply));
+    ASSERT_EQ(1u, server->SubscriberCount(0));
+    ASSERT_TRUE(events::Send(h, Payload().Add(4242u), events::kBookmark));
+    ASSERT_TRUE(h.PeerReceive(answer, 5001));
+    BoolItem pushed(false);
+    ASSERT_EQ(0, pushed.DecodeMsg(answer));
+    EXPECT_TRUE(pushed.Get());
+    EXPECT_FALSE(h.PeerReceive(answer, 5001, 100)) << "one notice per bookmark";
+
+    server->GetItem(0, reply, 5000);
+    ASSERT_EQ(5000u, reply.MsgType());
+    BoolItem polled(true);
+    ASSERT_EQ(0, polled.DecodeMsg(reply));
+    EXPECT_FALSE(polled.Get()) << "polled, the bookmark always reads false";
+
+    // Level 0 logs nothing, not even a dropped payload, but the bookmark is still stored.
+    {
+        LogCapture log(h.env.Path("log.txt"), 0);
+        ASSERT_TRUE(events::Send(h, Payload().Add(4343u), events::kBookmark));
+        ASSERT_TRUE(h.Deliver(events::kBookmark, nullptr, 0));
+        EXPECT_EQ("", log.Text());
+    }
+    EXPECT_EQ((std::vector<std::string>{"Bookmark 4242", "Bookmark 4343"}),
+              Brief(h.Records(), {"ReportBookmark"}, {"tick"}));
 }
 
 TEST(EventsRequests, MetadataToFileCopiesRefusesAndRejects) {
     ManagerHarness h;
-    events::ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
+    ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
     ASSERT_TRUE(h.Prepare());
     h.env.WriteFile("tick", "1000");
     h.manager->PeriodicProcessing();
@@ -99,39 +121,30 @@ TEST(EventsRequests, MetadataToFileCopiesRefusesAndRejects) {
 
     // A name filling the whole field has no end: answered 0, nothing written.
     const std::string longName = h.env.Path(std::string(1100, 'x'));
-    Payload overlong = CopyRequest(longName.substr(0, 1024), 0, 0xFFFFFFFFu);
-    ASSERT_TRUE(events::Send(h, overlong, events::kMetadataToFile));
+    ASSERT_TRUE(events::Send(h, CopyRequest(longName, 0, 0xFFFFFFFFu), events::kMetadataToFile));
     EXPECT_EQ(0, CopyAnswer(h));
-
-    // A request shorter than its layout is dropped without an answer.
-    Payload shortRequest = CopyRequest(h.env.Path("short.md"), 0, 1);
-    shortRequest.Bytes().resize(1031);
-    ASSERT_TRUE(events::Send(h, shortRequest, events::kMetadataToFile));
-    EXPECT_EQ(-1, CopyAnswer(h, 300));
-    EXPECT_FALSE(Exists(h.env.Path("short.md")));
+    EXPECT_FALSE(Exists(longName.substr(0, 1024)));
 }
 
 TEST(EventsRequests, LastSystemTickCarriesItsValidity) {
     ManagerHarness h;
-    events::ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
+    ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
     ASSERT_TRUE(h.Prepare());
-
-    h.env.WriteFile("tick", "0");
-    h.manager->PeriodicProcessing();
-    TickAnswer answer = AskTick(h);
-    EXPECT_EQ(8u, answer.size);
-    EXPECT_EQ(0u, answer.tick);
-    EXPECT_EQ(1, answer.valid);
-
-    h.env.WriteFile("tick", "");  // no tick available
-    h.manager->PeriodicProcessing();
-    answer = AskTick(h);
-    EXPECT_EQ(0xFFFFFFFFu, answer.tick);
-    EXPECT_EQ(0, answer.valid);
-
-    h.env.WriteFile("tick", "123456");
-    h.manager->PeriodicProcessing();
-    answer = AskTick(h);
-    EXPECT_EQ(123456u, answer.tick);
-    EXPECT_EQ(1, answer.valid);
+    struct Case {
+        const char* file;  // "" = no tick available
+        unsigned int tick;
+        unsigned char valid;
+    };
+    for (const Case& c : {Case{"0", 0, 1}, Case{"", 0xFFFFFFFFu, 0}, Case{"123456", 123456, 1}}) {
+        h.env.WriteFile("tick", c.file);
+        h.manager->PeriodicProcessing();
+        ASSERT_TRUE(h.Deliver(events::kLastSystemTick, nullptr, 0));
+        IpcMessage answer;
+        ASSERT_TRUE(h.PeerReceive(answer, events::kLastSystemTickResponse, 2000));
+        ASSERT_EQ(8u, answer.Size());
+        unsigned int tick = 0;
+        std::memcpy(&tick, answer.DataPtr(), sizeof tick);
+        EXPECT_EQ(c.tick, tick) << c.file;
+        EXPECT_EQ(c.valid, answer.DataPtr()[4]) << c.file;
+    }
 }

@@ -1,15 +1,13 @@
 // Microphones, temperatures and crash detection as the store records them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "events_support.h"
 
 using events::Payload;
 
 namespace {
-const unsigned int kMicStatus = 40001;
-const unsigned int kTemp = 40002;
-const unsigned int kCrash = 40003;
-
 Payload MicState(unsigned int tick, unsigned int mic, bool present, bool active) {
     return Payload()
         .Add(tick)
@@ -18,133 +16,88 @@ Payload MicState(unsigned int tick, unsigned int mic, bool present, bool active)
         .Add(static_cast<unsigned char>(active));
 }
 
-struct MicRecord {
-    std::string op;
-    long long mic;
-    std::string value;
-    std::string flag;
-    long long tick;
-    bool operator==(const MicRecord& o) const {
-        return op == o.op && mic == o.mic && value == o.value && flag == o.flag && tick == o.tick;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const MicRecord& r) {
-    return out << r.op << " mic " << r.mic << " " << r.value << " flag " << r.flag << " tick "
-               << r.tick;
-}
-
-std::vector<MicRecord> MicRecords(const std::vector<StoreRecord>& records) {
-    std::vector<MicRecord> out;
-    for (const StoreRecord& r : records) {
-        if (r.Op() == "ReportMicPresent") {
-            out.push_back({r.Op(), r.Int("mic"), r.Get("present"), r.Get("flag"), r.Int("tick")});
-        } else if (r.Op() == "ReportMicState") {
-            out.push_back({r.Op(), r.Int("mic"), r.Get("active"), r.Get("flag"), r.Int("tick")});
-        }
-    }
-    return out;
+std::vector<std::string> Mics(const std::vector<StoreRecord>& records) {
+    return Brief(records, {"ReportMicPresent", "ReportMicState"},
+                 {"mic", "present", "active", "flag", "tick"});
 }
 }  // namespace
 
 TEST(EventsSensors, MicrophoneNumbersAboveThreeAreRejected) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    std::string text;
     {
-        events::LogCapture log(h.env.Path("log.txt"), 1);
+        LogCapture log(h.env.Path("log.txt"), 1);
         ASSERT_TRUE(events::Send(h, MicState(10, 3, true, false), events::kMicState));
         ASSERT_TRUE(events::Send(h, MicState(11, 4, true, true), events::kMicState));
         ASSERT_TRUE(events::Send(h, MicState(12, 0xFFFFFFFFu, true, true), events::kMicState));
         ASSERT_TRUE(events::Send(h, MicState(13, 0, false, true), events::kMicState));
-        text = log.Text();
+        EXPECT_EQ(1u, log.Count(" ReportMicState: Invalid mic no 4\n")) << log.Text();
+        EXPECT_EQ(1u, log.Count(" ReportMicState: Invalid mic no 4294967295\n")) << log.Text();
     }
-    EXPECT_NE(std::string::npos, text.find(" ReportMicState: Invalid mic no 4\n")) << text;
-    EXPECT_NE(std::string::npos, text.find(" ReportMicState: Invalid mic no 4294967295\n")) << text;
-
-    const std::vector<MicRecord> expected = {
-        {"ReportMicPresent", 3, "true", "true", 10},
-        {"ReportMicState", 3, "false", "true", 10},
-        {"ReportMicPresent", 0, "false", "true", 13},
-        {"ReportMicState", 0, "true", "true", 13},
-    };
-    EXPECT_EQ(expected, MicRecords(h.Records()));
+    const std::vector<std::string> expected = {
+        "MicPresent 3 true true 10", "MicState 3 false true 10", "MicPresent 0 false true 13",
+        "MicState 0 true true 13"};
+    EXPECT_EQ(expected, Mics(h.Records()));
 }
 
 TEST(EventsSensors, MicStatusEntriesPassUncheckedWithTheResponseTick) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    events::Bind(h, MetadataMgr::MicMgrStatusHandler, kMicStatus);
+    events::Bind(h, MetadataMgr::MicMgrStatusHandler);
 
     MicStatusResponse status;
     status.Add(e_Mic_2, true, true);
     status.Add(static_cast<e_MicrophonePosition>(7), false, true);
     status.tick = 500;
-    std::string text;
     {
-        events::LogCapture log(h.env.Path("log.txt"), 32 | 128);
-        ASSERT_TRUE(h.DeliverItem(kMicStatus, status));
+        LogCapture log(h.env.Path("log.txt"), 32 | 128);
+        ASSERT_TRUE(h.DeliverItem(events::kTestNotice, status));
         MicStatusResponse empty;
         empty.tick = 501;
-        ASSERT_TRUE(h.DeliverItem(kMicStatus, empty));
-        text = log.Text();
+        ASSERT_TRUE(h.DeliverItem(events::kTestNotice, empty));
+        EXPECT_EQ(1u, log.Count(" 2 active=1 present=1\n")) << log.Text();
+        EXPECT_EQ(1u, log.Count(" 7 active=1 present=0\n")) << log.Text();
+        EXPECT_EQ(2u, log.Count(" ReportMicStatus\n")) << log.Text();
+        EXPECT_EQ(4u, log.Count("\n")) << log.Text();
     }
-    EXPECT_NE(std::string::npos, text.find(" 2 active=1 present=1\n")) << text;
-    EXPECT_NE(std::string::npos, text.find(" 7 active=1 present=0\n")) << text;
-    EXPECT_EQ(2u, events::Count(text, " ReportMicStatus\n")) << text;
-    EXPECT_EQ(4u, events::Count(text, "\n")) << text;
-
     h.manager->ReportMicStatus(status, false);
-    const std::vector<MicRecord> expected = {
-        {"ReportMicPresent", 2, "true", "true", 500},   {"ReportMicState", 2, "true", "true", 500},
-        {"ReportMicPresent", 7, "false", "true", 500},  {"ReportMicState", 7, "true", "true", 500},
-        {"ReportMicPresent", 2, "true", "false", 500},  {"ReportMicState", 2, "true", "false", 500},
-        {"ReportMicPresent", 7, "false", "false", 500}, {"ReportMicState", 7, "true", "false", 500},
+    const std::vector<std::string> expected = {
+        "MicPresent 2 true true 500",   "MicState 2 true true 500",
+        "MicPresent 7 false true 500",  "MicState 7 true true 500",
+        "MicPresent 2 true false 500",  "MicState 2 true false 500",
+        "MicPresent 7 false false 500", "MicState 7 true false 500",
     };
-    EXPECT_EQ(expected, MicRecords(h.Records()));
+    EXPECT_EQ(expected, Mics(h.Records()));
 }
 
-TEST(EventsSensors, TemperaturesMapToSensorsInStoreOrder) {
+TEST(EventsSensors, TemperaturesInSensorOrderAndCrashAlwaysAnEvent) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    events::Bind(h, MetadataMgr::TempChangeHandler, kTemp);
+    events::Bind(h, MetadataMgr::TempChangeHandler, 40001);
+    events::Bind(h, MetadataMgr::CrashDetectHandler, 40002);
 
     TempStatus temp;
-    temp.temperatures[0] = -40;  // sensor 3
-    temp.temperatures[1] = 21;   // sensor 2
-    temp.temperatures[2] = 85;   // sensor 1
-    temp.temperatures[3] = -1;   // sensor 0
+    const short values[] = {-40, 21, 85, -1};  // sensors 3, 2, 1, 0
+    std::copy(values, values + 4, temp.temperatures);
     temp.tick = 900;
-    ASSERT_TRUE(h.DeliverItem(kTemp, temp));
+    ASSERT_TRUE(h.DeliverItem(40001, temp));
     h.manager->ReportTempChange(temp, false);
-
-    const std::vector<StoreRecord> temps = h.RecordsOf("ReportTemp");
-    ASSERT_EQ(8u, temps.size());
-    const long long sensors[] = {3, 0, 1, 2};
-    const long long values[] = {-40, -1, 85, 21};
-    for (unsigned int i = 0; i < temps.size(); ++i) {
-        EXPECT_EQ(sensors[i % 4], temps[i].Int("sensor")) << i;
-        EXPECT_EQ(values[i % 4], temps[i].Int("value")) << i;
-        EXPECT_EQ(900, temps[i].Int("tick")) << i;
-        EXPECT_EQ(i < 4 ? "true" : "false", temps[i].Get("flag")) << i;
-    }
-}
-
-TEST(EventsSensors, CrashIsAlwaysAnEvent) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    events::Bind(h, MetadataMgr::CrashDetectHandler, kCrash);
-
     CrashItem crash;
     crash.crash = true;
     crash.tick = 70;
-    ASSERT_TRUE(h.DeliverItem(kCrash, crash));
+    ASSERT_TRUE(h.DeliverItem(40002, crash));
     crash.crash = false;
     crash.tick = 71;
-    ASSERT_TRUE(h.DeliverItem(kCrash, crash));
+    ASSERT_TRUE(h.DeliverItem(40002, crash));
     h.manager->HandleCrash(false, 72);
 
-    const std::vector<events::StateEntry> expected = {
-        {66, true, 70}, {67, true, 71}, {67, true, 72}};
-    EXPECT_EQ(expected, events::StateEntries(h.Records()));
+    const std::vector<StoreRecord> records = h.Records();
+    const std::vector<std::string> temps = {
+        "Temp 3 -40 true 900",  "Temp 0 -1 true 900",  "Temp 1 85 true 900",  "Temp 2 21 true 900",
+        "Temp 3 -40 false 900", "Temp 0 -1 false 900", "Temp 1 85 false 900", "Temp 2 21 false 900",
+    };
+    EXPECT_EQ(temps, Brief(records, {"ReportTemp"}, {"sensor", "value", "flag", "tick"}));
+    const std::vector<std::string> crashes = {"StateData 66 true 70", "StateData 67 true 71",
+                                              "StateData 67 true 72"};
+    EXPECT_EQ(crashes, events::States(records));
 }

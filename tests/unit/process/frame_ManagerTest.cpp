@@ -31,14 +31,6 @@ size_t CountWith(const std::vector<StoreRecord>& records, const std::string& tex
     return count;
 }
 
-struct ScopedEnv {
-    ScopedEnv(const char* name, const std::string& value) : name_(name) {
-        setenv(name, value.c_str(), 1);
-    }
-    ~ScopedEnv() { unsetenv(name_); }
-    const char* name_;
-};
-
 }  // namespace
 
 // PreInit writes exactly the listed fields of the shared block and leaves the rest; the

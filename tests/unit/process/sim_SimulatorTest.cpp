@@ -56,17 +56,6 @@ private:
     std::string tickFile_;
 };
 
-struct SharedBlock {
-    unsigned char bytes[MetadataSharedMem::kBlockSize];
-    SharedBlock() { EXPECT_TRUE(hostinspect::ReadSharedBlock(bytes)); }
-    template <typename T>
-    T At(unsigned int offset) const {
-        T value;
-        std::memcpy(&value, bytes + offset, sizeof value);
-        return value;
-    }
-};
-
 // The records of the simulation: everything but the store's own snapshots and the closing
 // record of the harness.
 std::vector<StoreRecord> Reports(ManagerHarness& h) {

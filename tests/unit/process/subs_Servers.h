@@ -63,34 +63,3 @@ private:
     std::atomic<bool> stop_{false};
     std::thread thread_;
 };
-
-// Captures this process's standard error in a file while it lives.
-class LogCapture {
-public:
-    explicit LogCapture(const std::string& path);
-    ~LogCapture();
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-    std::string Text() const;
-    bool Contains(const std::string& text) const { return Text().find(text) != std::string::npos; }
-    int Count(const std::string& text) const;
-    // Lines of the manager whose text, after "MetadataMgr:<line> ", is exactly `text`.
-    int Lines(const std::string& text) const;
-
-private:
-    std::string path_;
-    int saved_;
-    unsigned int level_;
-};
-
-// Sets an environment variable for the life of the object.
-class ScopedEnv {
-public:
-    ScopedEnv(const char* name, const char* value);
-    ~ScopedEnv();
-    ScopedEnv(const ScopedEnv&) = delete;
-    ScopedEnv& operator=(const ScopedEnv&) = delete;
-
-private:
-    std::string name_;
-};
