@@ -64,13 +64,7 @@ const RequestHandler kRequestHandlers[] = {
 };
 
 template <typename C>
-void DeleteClient(C*& client) {
-    delete client;
-    client = nullptr;
-}
-
-template <typename C>
-void Unsubscribe(C* client) {
+void Unsubscribe(const std::unique_ptr<C>& client) {
     if (client != nullptr) {
         client->UnsubscribeAll(false);
     }
@@ -82,17 +76,17 @@ MetadataMgr::MetadataMgr()
     : watchdog(e_Process_MetadataMgr, e_Thread_Main),
       dataStore(gMetadataPath),
       systick(),
-      configClient(nullptr),
-      fpgaClient(nullptr),
-      gpsHalClient(nullptr),
-      stateMgrClient(nullptr),
-      server(nullptr),
-      radarHalClient(nullptr),
-      micClient(nullptr),
-      videoMgrClient(nullptr),
-      accelHalClient(nullptr),
-      tempHalClient(nullptr),
-      externalMgrClient(nullptr),
+      configClient(),
+      fpgaClient(),
+      gpsHalClient(),
+      stateMgrClient(),
+      server(),
+      radarHalClient(),
+      micClient(),
+      videoMgrClient(),
+      accelHalClient(),
+      tempHalClient(),
+      externalMgrClient(),
       forceMetadata(false),
       sharedMem(),
       simulator() {
@@ -128,8 +122,7 @@ bool MetadataMgr::PreInit(LinxIpc& ipc) {
         return false;
     }
 
-    delete server;
-    server = new MetadataMgrServer(ipc);
+    server.reset(new MetadataMgrServer(ipc));
     return true;
 }
 
@@ -203,41 +196,32 @@ MetadataMgr::~MetadataMgr() {
     if (block != nullptr) {
         Put(block, 0, kSharedBlockEndMark);
     }
-    DeleteClient(externalMgrClient);
-    DeleteClient(tempHalClient);
-    DeleteClient(accelHalClient);
-    DeleteClient(videoMgrClient);
-    DeleteClient(micClient);
-    DeleteClient(radarHalClient);
-    DeleteClient(server);
-    DeleteClient(stateMgrClient);
-    DeleteClient(gpsHalClient);
-    DeleteClient(fpgaClient);
-    DeleteClient(configClient);
+    // The members go in reverse declaration order: the shared block, the clients and the
+    // server (the state manager's after the others), the tick source, the store, the watchdog.
 }
 
 SubscribeClient* MetadataMgr::ClientOf(e_Process process) const {
     switch (process) {
         case e_Process_ConfigMgr:
-            return configClient;
+            return configClient.get();
         case e_Process_Fpga:
-            return fpgaClient;
+            return fpgaClient.get();
         case e_Process_GpsHal:
-            return gpsHalClient;
+            return gpsHalClient.get();
         case e_Process_StateMgr:
-            return stateMgrClient;
+            return stateMgrClient.get();
         case e_Process_RadarHal:
-            return radarHalClient;
+            return radarHalClient.get();
         case e_Process_MicMgr:
-            return micClient;
+            return micClient.get();
         case e_Process_VideoMgr:
-            return videoMgrClient;
+            return videoMgrClient.get();
         case e_Process_AccelHal:
-            return accelHalClient;
+            return accelHalClient.get();
         case e_Process_TempHal:
-            return tempHalClient;
+            return tempHalClient.get();
         case e_Process_ExternalMgr:
-            return externalMgrClient;
+            return externalMgrClient.get();
         default:
             return nullptr;
     }

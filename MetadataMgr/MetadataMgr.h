@@ -18,6 +18,7 @@
 //   Simulator.cpp        simulated metadata
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "ConfigItems.h"
@@ -147,23 +148,23 @@ public:
     // The client this manager holds for a server process, or null (none created, or not a
     // server it subscribes to).
     SubscribeClient* ClientOf(e_Process process) const;
-    MetadataMgrServer* Server() const { return server; }
+    MetadataMgrServer* Server() const { return server.get(); }
 
 private:
     Watchdog watchdog;
     DataStoreNormal dataStore;
     Systick systick;
-    ConfigClient* configClient;
-    FpgaClient* fpgaClient;
-    GpsHalClient* gpsHalClient;
-    StateMgrClient* stateMgrClient;
-    MetadataMgrServer* server;
-    RadarHalClient* radarHalClient;
-    MicClient* micClient;
-    VideoMgrClient* videoMgrClient;
-    AccelHalClient* accelHalClient;
-    TempHalClient* tempHalClient;
-    ExternalMgrApi* externalMgrClient;
+    std::unique_ptr<ConfigClient> configClient;
+    std::unique_ptr<FpgaClient> fpgaClient;
+    std::unique_ptr<GpsHalClient> gpsHalClient;
+    std::unique_ptr<StateMgrClient> stateMgrClient;
+    std::unique_ptr<MetadataMgrServer> server;
+    std::unique_ptr<RadarHalClient> radarHalClient;
+    std::unique_ptr<MicClient> micClient;
+    std::unique_ptr<VideoMgrClient> videoMgrClient;
+    std::unique_ptr<AccelHalClient> accelHalClient;
+    std::unique_ptr<TempHalClient> tempHalClient;
+    std::unique_ptr<ExternalMgrApi> externalMgrClient;
     bool forceMetadata;
     MetadataSharedMem sharedMem;
     // The simulator's state lives as long as the process (only one manager exists).

@@ -183,7 +183,7 @@ bool MetadataMgr::SubscribeToConfigMgr(LinxIpc& ipc) {
         return true;
     }
     if (configClient == nullptr) {
-        configClient = new ConfigClient(ipc, kConfigMgrTimeout);
+        configClient.reset(new ConfigClient(ipc, kConfigMgrTimeout));
     }
     VehicleInfo vehicle;
     SystemInfo system;
@@ -205,7 +205,7 @@ bool MetadataMgr::SubscribeToConfigMgr(LinxIpc& ipc) {
 bool MetadataMgr::SubscribeToFpga(LinxIpc& ipc) {
     MM_LOG(128) << "SubscribeToFpga";
     if (fpgaClient == nullptr) {
-        fpgaClient = new FpgaClient(ipc);
+        fpgaClient.reset(new FpgaClient(ipc));
     }
     FpgaExternalEventItem item;
     if (!SwitchedOff("NO_FPGA") && !SubscribeRow(*fpgaClient, kFpga, item, this)) {
@@ -222,7 +222,7 @@ bool MetadataMgr::SubscribeToFpga(LinxIpc& ipc) {
 bool MetadataMgr::SubscribeToGpsHal(LinxIpc& ipc) {
     MM_LOG(128) << "SubscribeToGpsHal";
     if (gpsHalClient == nullptr) {
-        gpsHalClient = new GpsHalClient(ipc);
+        gpsHalClient.reset(new GpsHalClient(ipc));
     }
     GpsStatusItem item;
     if (!SwitchedOff("NO_GPSHAL") && !SubscribeRow(*gpsHalClient, kGpsHal, item, this)) {
@@ -238,10 +238,10 @@ bool MetadataMgr::SubscribeToStateMgr(LinxIpc& ipc) {
         return true;
     }
     if (stateMgrClient == nullptr) {
-        stateMgrClient = new StateMgrClient(ipc, kStateMgrTimeout);
+        stateMgrClient.reset(new StateMgrClient(ipc, kStateMgrTimeout));
     }
     for (const StateMgrSubscription& row : kStateMgr) {
-        if (!(stateMgrClient->*row.subscribe)(row.notifyId, row.handler, this)) {
+        if (!((*stateMgrClient).*row.subscribe)(row.notifyId, row.handler, this)) {
             MM_LOG(1) << row.refusal;
             return false;
         }
@@ -252,7 +252,7 @@ bool MetadataMgr::SubscribeToStateMgr(LinxIpc& ipc) {
 bool MetadataMgr::SubscribeToRadarHal(LinxIpc& ipc) {
     MM_LOG(128) << "SubscribeToRadarHal";
     if (radarHalClient == nullptr) {
-        radarHalClient = new RadarHalClient(ipc);
+        radarHalClient.reset(new RadarHalClient(ipc));
     }
     RadarItem item;
     if (!SwitchedOff("NO_RADARHAL") && !SubscribeRow(*radarHalClient, kRadarHal, item, this)) {
@@ -269,7 +269,7 @@ bool MetadataMgr::SubscribeToMicMgr(LinxIpc& ipc) {
         return true;
     }
     if (micClient == nullptr) {
-        micClient = new MicClient(ipc);
+        micClient.reset(new MicClient(ipc));
     }
     MicStatusResponse item;
     if (!SubscribeRow(*micClient, kMicMgr, item, this)) {
@@ -286,7 +286,7 @@ bool MetadataMgr::SubscribeToVideoMgr(LinxIpc& ipc) {
         return true;
     }
     if (videoMgrClient == nullptr) {
-        videoMgrClient = new VideoMgrClient(ipc);
+        videoMgrClient.reset(new VideoMgrClient(ipc));
     }
     VideoMgrCameraItem camera;
     VideoMgrStreamQualityItem quality;
@@ -307,7 +307,7 @@ bool MetadataMgr::SubscribeToAccelHal(LinxIpc& ipc) {
         return true;
     }
     if (accelHalClient == nullptr) {
-        accelHalClient = new AccelHalClient(ipc);
+        accelHalClient.reset(new AccelHalClient(ipc));
     }
     CrashItem item;
     if (!SubscribeRow(*accelHalClient, kAccelHal, item, this)) {
@@ -324,7 +324,7 @@ bool MetadataMgr::SubscribeToTempHal(LinxIpc& ipc) {
         return true;
     }
     if (tempHalClient == nullptr) {
-        tempHalClient = new TempHalClient(ipc);
+        tempHalClient.reset(new TempHalClient(ipc));
     }
     TempStatus item;
     if (!SubscribeRow(*tempHalClient, kTempHal, item, this)) {
@@ -337,8 +337,8 @@ bool MetadataMgr::SubscribeToTempHal(LinxIpc& ipc) {
 bool MetadataMgr::SubscribeToExternalMgr(LinxIpc& ipc) {
     MM_LOG(128) << "SubscribeToExternalMgr";
     if (externalMgrClient == nullptr) {
-        externalMgrClient = new ExternalMgrApi(
-            ipc, LinxServerNameList::Instance().Name(e_Process_ExternalMgr), kExternalMgrTimeout);
+        externalMgrClient.reset(new ExternalMgrApi(
+            ipc, LinxServerNameList::Instance().Name(e_Process_ExternalMgr), kExternalMgrTimeout));
     }
     // The values returned are discarded: streaming state enters the store only through the
     // handlers, so one item serves all six streams.
