@@ -307,13 +307,17 @@ void ProcessInitializer<T>::HandleLogLevel(LinxIpc* ipc, void* /*context*/) {
         PI_LOG(2) << "HandleLogLevel: error, DataPtr is null";
         return;
     }
+    // A get carries a word that is never read; only a set needs all four bytes.
+    const bool set = msg.MsgType() == LogLevelMsg_Set;
     uint32_t level = 0;
-    if (!ReadWord(msg, "HandleLogLevel", level)) {
+    if (set && !ReadWord(msg, "HandleLogLevel", level)) {
         return;
     }
-    // The answer reuses the received message, so the sender is taken first.
-    const std::string sender = msg.GetSender();
-    if (msg.MsgType() == LogLevelMsg_Set) {
+    // The answer reuses the received message, so the sender is taken first; one buffer serves
+    // every request, so a long name costs an allocation only the first time.
+    static std::string sender;
+    sender.assign(msg.GetSender());
+    if (set) {
         PI_LOG(64) << "HandleLogLevel: set mask " << LogHex(level);
         LogClient::Instance().Level(level);
     }

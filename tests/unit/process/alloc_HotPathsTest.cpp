@@ -10,6 +10,7 @@
 
 #include "LogClient.h"
 #include "MetadataMgrServer.h"
+#include "ProcessInitializer.h"
 #include "ProcessState.h"
 #include "StreamingLvsStateItem.h"
 #include "alloc_Counter.h"
@@ -22,6 +23,9 @@ const int kPasses = 40;
 const int kWarmLoopPasses = 20;
 const int kLoopPasses = kWarmLoopPasses + 400;
 const unsigned int kBookmarkNotice = 40900;
+const unsigned int kLogLevelSet = 1872;
+const unsigned int kLogLevelGet = 1873;
+const unsigned int kLogLevelResponse = 1874;
 
 // One message the peer sends, and the answer it expects back (0: none).
 struct Delivery {
@@ -238,6 +242,14 @@ TEST(AllocHotPaths, EveryHandlerAndRequestOnceWarm) {
     d.Add("ping, long name", events::kPing, Payload(), events::kPingResponse, &console);
     d.Add("last tick, long name", events::kLastSystemTick, Payload(),
           events::kLastSystemTickResponse, &console);
+    // The log-level requests, answered by the process initializer's handler.
+    h.ipc.RegisterHandler(kLogLevelGet, ProcessInitializer<MetadataMgr>::HandleLogLevel,
+                          h.manager.get());
+    h.ipc.RegisterHandler(kLogLevelSet, ProcessInitializer<MetadataMgr>::HandleLogLevel,
+                          h.manager.get());
+    d.Add("log level get, long name", kLogLevelGet, Payload().Add(0u), kLogLevelResponse, &console);
+    d.Add("log level set, long name", kLogLevelSet, Payload().Add(0xFFFFFFFFu), kLogLevelResponse,
+          &console);
     d.Round();  // warm-up
 
     std::vector<unsigned int> total(d.List().size(), 0);
