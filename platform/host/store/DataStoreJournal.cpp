@@ -188,21 +188,22 @@ void DataStoreJournal::TimerTick(std::uint32_t tick) {
     if (!IsOpen()) {
         return;
     }
+    // Every pass hands what it reported to the file (a write, not a sync), so that a copy or
+    // another reader sees every record reported before it; only the sync to flash waits for
+    // a second to pass.
+    bool sync = false;
     if (tick == Systick::kUnavailable) {
         // No clock to schedule by: every pass puts the data down.
-        Flush(true);
-        return;
-    }
-    if (!haveSyncTick_) {
+        sync = true;
+    } else if (!haveSyncTick_) {
         haveSyncTick_ = true;
         lastSyncTick_ = tick;
-        return;
-    }
-    // Unsigned difference: a wrapped or restarted tick also counts as time gone by.
-    if (tick - lastSyncTick_ >= Systick::kTicksPerSecond) {
-        Flush(true);
+    } else if (tick - lastSyncTick_ >= Systick::kTicksPerSecond) {
+        // Unsigned difference: a wrapped or restarted tick also counts as time gone by.
+        sync = true;
         lastSyncTick_ = tick;
     }
+    Flush(sync);
 }
 
 bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size) {

@@ -107,13 +107,26 @@ TEST(EventsRequests, MetadataToFileCopiesRefusesAndRejects) {
     h.env.WriteFile("tick", "1000");
     h.manager->PeriodicProcessing();
     h.manager->ReportRecordingEvent(true, 1500, true);
-    h.env.WriteFile("tick", "2000");
+    h.manager->ReportBookmark(1600);
+    h.manager->ReportRecordingEvent(false, 1700, true);
+    // The next loop pass comes within the same second: no sync is due, yet a copy asked for
+    // now must hold everything reported before it.
+    h.env.WriteFile("tick", "1100");
     h.manager->PeriodicProcessing();
 
+    // The range [1550, 1650] (bytes 1024 and 1028): the state as of 1550, then the bookmark.
     const std::string copy = h.env.Path("copy.md");
-    ASSERT_TRUE(events::Send(h, CopyRequest(copy, 0, 0xFFFFFFFFu), events::kMetadataToFile));
+    ASSERT_TRUE(events::Send(h, CopyRequest(copy, 1550, 1650), events::kMetadataToFile));
     EXPECT_EQ(1, CopyAnswer(h));
-    EXPECT_TRUE(Exists(copy));
+    std::string error;
+    const std::vector<StoreRecord> copied = ReadStoreRecords(copy, h.env.Root(), {}, &error);
+    ASSERT_EQ("", error);
+    ASSERT_EQ(2u, copied.size());
+    EXPECT_EQ("WriteFullState", copied[0].Op());
+    EXPECT_EQ(1550, copied[0].Int("at"));
+    EXPECT_NE(std::string::npos, copied[0].line.find("\"tag\":70")) << copied[0].line;
+    EXPECT_EQ("ReportBookmark", copied[1].Op());
+    EXPECT_EQ(1600, copied[1].Int("tick"));
 
     // The destination exists now: the reader refuses and the answer says so.
     ASSERT_TRUE(events::Send(h, CopyRequest(copy, 0, 0xFFFFFFFFu), events::kMetadataToFile));

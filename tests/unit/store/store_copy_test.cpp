@@ -144,3 +144,30 @@ TEST(StoreCopy, RefusesExistingFilesLinksMissingDirectoriesAndEmptyStores) {
               RunProgram({mdstore, "copy", dir.base, reversed, "--from", "x"}, {}, dir.env.Root())
                   .exitCode);
 }
+
+// Senders stamp their own ticks, so a record from before the range can arrive after one inside
+// it; the copy keeps it rather than losing it from both the opening state and the range.
+TEST(StoreCopy, ALateRecordFromBeforeTheRangeIsKept) {
+    StoreDir dir;
+    {
+        DataStoreNormal store(dir.base);
+        ASSERT_TRUE(store.Open());
+        store.TimerTick(990);
+        store.ReportStateData(e_Tag_BrakesOn, true, 995);
+        store.ReportStateData(e_Tag_SirenOn, true, 1001);
+        store.ReportStateData(e_Tag_LightsOn, true, 999);
+        store.ReportStateData(e_Tag_SirenOff, true, 3000);
+        store.Close();
+    }
+    const std::string copy = dir.env.Path("clip.mdj");
+    MetadataReader reader;
+    ASSERT_TRUE(reader.ReadToNewFile(dir.base, copy, 1000, 2000, nullptr));
+    std::string error;
+    const std::vector<StoreRecord> records = ReadStoreRecords(copy, dir.env.Root(), {}, &error);
+    ASSERT_EQ("", error);
+    ASSERT_EQ(3u, records.size());
+    EXPECT_EQ("WriteFullState", records[0].Op());
+    EXPECT_NE(std::string::npos, records[0].line.find("\"tick\":995")) << records[0].line;
+    EXPECT_EQ(1001, records[1].Int("tick"));
+    EXPECT_EQ(999, records[2].Int("tick"));
+}
