@@ -14,25 +14,34 @@ struct HandlerTexts {
     unsigned int entryMask;   // 64 for almost every handler
 };
 
-inline HandlerTexts Named(const char* name) { return HandlerTexts{name, name, 64}; }
+inline HandlerTexts Named(const char* name) {
+    return HandlerTexts{name, name, 64};
+}
 
 // Decoding helpers for the work of a handler. Each is false when the payload is shorter than
 // the layout it was read as; the bytes past a short payload are the endpoint's zero guard, so
 // the read itself is always in bounds.
 namespace payload {
-// An item decoded straight from the payload (Item::Decode).
+// An item decoded straight from the payload (Item::Decode). A well-formed item takes exactly
+// the bytes it encodes to; one the item class could not make sense of takes fewer.
 inline bool DecodeFromData(IpcMessage& msg, Item& item) {
     const unsigned char* end = item.Decode(msg.DataPtr());
-    return static_cast<unsigned int>(end - msg.DataPtr()) <= msg.Size();
+    const unsigned int taken = static_cast<unsigned int>(end - msg.DataPtr());
+    return taken <= msg.Size() && taken == item.Size();
 }
 // An item filled from the whole message (Item::DecodeMsg).
-inline bool DecodeFromMessage(IpcMessage& msg, Item& item) { return item.DecodeMsg(msg) == 0; }
+inline bool DecodeFromMessage(IpcMessage& msg, Item& item) {
+    return item.DecodeMsg(msg) == 0;
+}
 // Raw fields read in place: the payload holds at least `size` bytes.
-inline bool Holds(const IpcMessage& msg, unsigned int size) { return msg.Size() >= size; }
+inline bool Holds(const IpcMessage& msg, unsigned int size) {
+    return msg.Size() >= size;
+}
 }  // namespace payload
 
 // `work(manager, message)` decodes and reports; it returns false for a payload too short for
-// its layout, which is logged and dropped so that no half-read value reaches the store.
+// its layout or malformed, which is logged and dropped so that no half-read value reaches the
+// store.
 template <typename Work>
 inline void RunEventHandler(LinxIpc* ipc, void* context, const HandlerTexts& texts, Work work) {
     MM_LOG(texts.entryMask) << texts.entry;
@@ -42,7 +51,7 @@ inline void RunEventHandler(LinxIpc* ipc, void* context, const HandlerTexts& tex
         return;
     }
     if (!work(*static_cast<MetadataMgr*>(context), msg)) {
-        MM_LOG(2) << texts.nullPayload << ": error, payload too short (" << msg.Size()
+        MM_LOG(2) << texts.nullPayload << ": error, payload too short or malformed (" << msg.Size()
                   << " bytes), dropped";
     }
 }

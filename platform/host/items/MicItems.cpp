@@ -31,13 +31,18 @@ unsigned char* MicStatusResponse::Encode(unsigned char* p) const {
     return itemwire::Put(p, tick);
 }
 
-// The count comes from the sender: beyond kMaxEntries the entries are not read, and the tick
-// is taken from the word after the last entry kept, so the read stays inside the layout of a
-// full response.
+// The count comes from the sender. A list longer than the item holds is malformed: it decodes
+// as an empty response, so neither a cut list nor a tick read from the wrong place is passed on,
+// and nothing past the count word is read.
 unsigned char* MicStatusResponse::Decode(unsigned char* p) {
     unsigned int count = 0;
     p = itemwire::Get(p, count);
-    count_ = count < kMaxEntries ? count : kMaxEntries;
+    if (count > kMaxEntries) {
+        count_ = 0;
+        tick = 0;
+        return p;
+    }
+    count_ = count;
     for (unsigned int i = 0; i < count_; ++i) {
         Entry& entry = entries_[i];
         unsigned int position = 0;

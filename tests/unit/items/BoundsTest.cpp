@@ -56,11 +56,39 @@ TEST(ItemBounds, TextsAreCutAtTheirLimit) {
     EXPECT_EQ(8554, item.Port());
 }
 
-TEST(ItemBounds, MicCountBeyondTheEntriesIsCut) {
+// A list longer than the item holds is malformed: it decodes as an empty response with no
+// tick, reading nothing past the count word, so no entry or tick of it reaches the store.
+TEST(ItemBounds, MicCountBeyondTheEntriesDecodesEmpty) {
     const unsigned int kMax = MicStatusResponse::kMaxEntries;
+    for (unsigned int count : {kMax + 1, 0xFFFFFFFFu}) {
+        const unsigned int fullSize = 4 + 8 * (kMax + 1) + 4;
+        Layout layout(fullSize);
+        layout.At<unsigned int>(0, count);
+        for (unsigned int i = 0; i <= kMax; ++i) {
+            layout.At<unsigned int>(4 + 8 * i, i).At<unsigned char>(8 + 8 * i, 1);
+        }
+        layout.At<unsigned int>(fullSize - 4, 0x12345678u);
+        FencedBuffer fenced(4);
+        std::memcpy(fenced.data(), layout.data(), 4);
+        MicStatusResponse mics;
+        ASSERT_TRUE(mics.Add(e_Mic_1, true, true));
+        mics.tick = 99;
+        EXPECT_EQ(fenced.data() + 4, mics.Decode(fenced.data()));
+        EXPECT_EQ(0u, mics.Count());
+        EXPECT_EQ(0u, mics.tick);
+
+        // Whole, in a message: the same.
+        IpcMessage msg;
+        ASSERT_EQ(0, msg.Allocate(13511, fullSize, reinterpret_cast<char*>(layout.data())));
+        ASSERT_EQ(0, mics.DecodeMsg(msg));
+        EXPECT_EQ(0u, mics.Count());
+        EXPECT_EQ(0u, mics.tick);
+    }
+
+    // A full list is read whole; a count the payload cannot hold fails the decode.
     const unsigned int fullSize = 4 + 8 * kMax + 4;
     Layout layout(fullSize);
-    layout.At<unsigned int>(0, 0xFFFFFFFFu);
+    layout.At<unsigned int>(0, kMax);
     for (unsigned int i = 0; i < kMax; ++i) {
         layout.At<unsigned int>(4 + 8 * i, i).At<unsigned char>(8 + 8 * i, 1);
     }
@@ -73,13 +101,7 @@ TEST(ItemBounds, MicCountBeyondTheEntriesIsCut) {
     EXPECT_EQ(static_cast<e_MicrophonePosition>(kMax - 1), mics.EntryAt(kMax - 1).position);
     EXPECT_TRUE(mics.EntryAt(kMax - 1).present);
     EXPECT_EQ(0x12345678u, mics.tick);
-    EXPECT_EQ(fullSize, mics.Size());
-
-    // The same count in a four-byte payload: only the zero guard is read, and the decode fails.
     IpcMessage msg;
     ASSERT_EQ(0, msg.Allocate(13511, 4, reinterpret_cast<char*>(layout.data())));
     EXPECT_NE(0, mics.DecodeMsg(msg));
-    EXPECT_EQ(kMax, mics.Count());
-    EXPECT_FALSE(mics.EntryAt(0).present);
-    EXPECT_EQ(0u, mics.tick);
 }
