@@ -9,7 +9,7 @@
 #include "LinxServerNameList.h"
 #include "Log.h"
 #include "LogClient.h"
-#include "MediaPaths.h"
+#include "MediaRoot.h"
 #include "MetadataMgr.h"
 #include "ProcessInitializer.h"
 #include "ProcessState.h"

@@ -2,7 +2,7 @@
 
 #include <sys/stat.h>
 
-#include "MediaPaths.h"
+#include "MediaRoot.h"
 #include "ProcessState.h"
 
 BenchVehicle::BenchVehicle() {

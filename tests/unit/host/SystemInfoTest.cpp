@@ -1,7 +1,6 @@
 #include "SystemInfo.h"
 
 #include "KvCommon.h"
-#include "MediaPaths.h"
 #include "TestEnv.h"
 
 #include <gtest/gtest.h>
@@ -75,17 +74,4 @@ TEST(VersionApi, ParsesEntriesAndSkipsNotes) {
     env.WriteFile("empty", "");
     EXPECT_TRUE(VersionApi::GetAllVersions(entries, env.Path("empty")));
     EXPECT_TRUE(entries.empty());
-}
-
-TEST(HostPaths, MediaRootAndEnvironment) {
-    {
-        TestEnv env;
-        EXPECT_STREQ(env.Media().c_str(), MediaRoot());
-        EXPECT_STREQ(env.Media().c_str(), KvGetenv("MEDIA_ROOT"));
-    }
-    ::setenv("MEDIA_ROOT", "", 1);
-    EXPECT_STREQ("/mnt/hd", MediaRoot());
-    ::unsetenv("MEDIA_ROOT");
-    EXPECT_STREQ("/mnt/hd", MediaRoot());
-    EXPECT_EQ(nullptr, KvGetenv("MEDIA_ROOT"));
 }

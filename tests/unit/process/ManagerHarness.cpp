@@ -9,7 +9,7 @@
 
 #include "HostInspect.h"
 #include "LogClient.h"
-#include "MediaPaths.h"
+#include "MediaRoot.h"
 #include "ProcessInitializer.h"
 #include "ProcessState.h"
 

@@ -9,7 +9,9 @@
 #include "HostInspect.h"
 #include "HostSeams.h"
 #include "Item.h"
+#include "KvCommon.h"
 #include "ManagerHarness.h"
+#include "MediaRoot.h"
 #include "MetadataMgrServer.h"
 #include "MetadataSharedMem.h"
 #include "ProcessState.h"
@@ -191,4 +193,19 @@ TEST(FrameManager, PeriodicWorkStopsAtShutdown) {
     EXPECT_EQ(1u, CountWith(records, "Test string for filler 100"));
     EXPECT_EQ(1u, CountWith(records, "Test string for filler 250"));
     EXPECT_EQ(0u, CountWith(records, "Test string for filler 300"));
+}
+
+// Built against the host platform, MEDIA_ROOT moves the media root; empty or unset, it is the
+// unit's own.
+TEST(FrameManager, MediaRootFollowsTheHostSetting) {
+    {
+        TestEnv env;
+        EXPECT_STREQ(env.Media().c_str(), MediaRoot());
+        EXPECT_STREQ(env.Media().c_str(), KvGetenv("MEDIA_ROOT"));
+    }
+    ::setenv("MEDIA_ROOT", "", 1);
+    EXPECT_STREQ("/mnt/hd", MediaRoot());
+    ::unsetenv("MEDIA_ROOT");
+    EXPECT_STREQ("/mnt/hd", MediaRoot());
+    EXPECT_EQ(nullptr, KvGetenv("MEDIA_ROOT"));
 }
