@@ -13,6 +13,7 @@
 #include "RecordPrinter.h"
 #include "RecordSchema.h"
 #include "SegmentFiles.h"
+#include "Summary.h"
 
 namespace {
 
@@ -343,4 +344,25 @@ int CopyVerb(const std::vector<std::string>& args) {
     std::printf("copied %llu of %llu records into %s\n", result.recordsCopied, result.recordsRead,
                 destination.c_str());
     return 0;
+}
+
+int SummaryVerb(const std::vector<std::string>& args) {
+    Options options;
+    const int early = Prepare(args, true, false, 1, kSummaryUsage, options);
+    if (early >= 0) {
+        return early;
+    }
+    summary::StoreSummary result;
+    if (!summary::Summarize(options.paths[0], result)) {
+        return Unreadable(options.paths[0]);
+    }
+    std::string text;
+    if (options.json) {
+        summary::PrintJson(result, text);
+        text += '\n';
+    } else {
+        summary::PrintText(result, text);
+    }
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : 2;
 }

@@ -8,9 +8,11 @@ int InfoVerb(const std::vector<std::string>& args);
 int CatVerb(const std::vector<std::string>& args);
 int CopyVerb(const std::vector<std::string>& args);
 int VerifyVerb(const std::vector<std::string>& args);
+int SummaryVerb(const std::vector<std::string>& args);
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
 extern const char* const kCatUsage;
 extern const char* const kCopyUsage;
 extern const char* const kVerifyUsage;
+extern const char* const kSummaryUsage;

@@ -1,4 +1,4 @@
-// mdstore: the bench tool for the metadata files (info, cat, copy, verify).
+// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary).
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -28,6 +28,9 @@ int main(int argc, char** argv) {
     }
     if (verb == "verify") {
         return VerifyVerb(args);
+    }
+    if (verb == "summary") {
+        return SummaryVerb(args);
     }
     std::fprintf(stderr, "mdstore: unknown verb %s\n", verb.c_str());
     std::fputs(kUsage, stderr);
