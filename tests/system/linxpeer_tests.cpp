@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -39,12 +40,14 @@ bool Has(const std::string& text, const std::string& part) {
 
 // One linxpeer serves a temperature item, the other subscribes under the metadata manager's
 // notification id, gets the current value, then the pushed change decoded field by field.
+// The change is stamped "now": the system tick, pinned here to 77.
 TEST(Linxpeer, ServedItemReachesSubscriberAndPushIsNotified) {
     TestEnv env;
+    ::setenv("HOST_SYSTICK_FILE", env.WriteFile("tick", "77").c_str(), 1);
     auto server = StartPeer(env, "server",
                             "serve TempHal 0 TempStatus temperature0=-40 tick=5\n"
                             "subscribers TempHal 0 1 within 20000\n"
-                            "push TempHal 0 temperature1=21 tick=77   # a change\n"
+                            "push TempHal 0 temperature1=21 tick=now   # a change\n"
                             "expect Ping from MetadataMgr within 20000\n");
     ASSERT_TRUE(server);
     ASSERT_TRUE(server->WaitForOut("serving TempHal item 0", kRunMs)) << server->Out();
@@ -65,6 +68,7 @@ TEST(Linxpeer, ServedItemReachesSubscriberAndPushIsNotified) {
     EXPECT_EQ(0, served.exitCode) << served.out;
     EXPECT_TRUE(Has(served.out, "pushed TempHal item 0 to 1 subscribers")) << served.out;
     EXPECT_TRUE(Has(served.out, "SubscribeRequest len=8 u32@0=0 u32@4=13515")) << served.out;
+    ::unsetenv("HOST_SYSTICK_FILE");
 }
 
 // A failing expectation ends the run with status 1 and shows what arrived instead; a refused

@@ -1,10 +1,17 @@
 #include "FieldCodec.h"
 
+#include "Systick.h"
+
 #include <cstdint>
 #include <cstring>
 #include <sstream>
 
 namespace codec {
+
+unsigned int NowTick() {
+    static Systick systick;
+    return systick.SystemTick();
+}
 
 namespace {
 

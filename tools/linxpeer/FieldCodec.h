@@ -16,11 +16,21 @@ typedef std::vector<std::pair<std::string, std::string>> NamedValues;
 
 namespace codec {
 
+// The system tick now, as a process of the system would stamp an event it sends.
+unsigned int NowTick();
+
 // A whole text as a number of type T (decimal, 0x hex, a leading minus for signed types; bools
-// also take true/false). False when it is not a number or does not fit.
+// also take true/false; an unsigned 32-bit value also takes "now", the system tick). False when
+// it is not a number or does not fit.
 template <typename T>
 bool ParseNumber(const std::string& text, T& out) {
     static_assert(std::is_integral<T>::value, "integers and bools only");
+    if constexpr (std::is_same<T, unsigned int>::value) {
+        if (text == "now") {
+            out = NowTick();
+            return true;
+        }
+    }
     if constexpr (std::is_same<T, bool>::value) {
         out = text == "true" || text == "1";
         return out || text == "false" || text == "0";

@@ -42,7 +42,8 @@ const char kHead[] =
     "  TYPE: a message number (decimal or 0x hex) or a name from the table below.\n"
     "  CHECK: u8@OFF=N u16@OFF=N u32@OFF=N i8@OFF=N i16@OFF=N i32@OFF=N text@OFF=TEXT\n"
     "      hex@OFF=AABB len=N, or FIELD=VALUE of an item decoded from a subscription's notice;\n"
-    "      OFF is decimal or 0x hex; numbers are in the machine's own byte order.\n"
+    "      OFF is decimal or 0x hex; numbers are in the machine's own byte order. Where a u32\n"
+    "      or an item's tick is given, \"now\" is this machine's system tick at that step.\n"
     "  MS: milliseconds.\n"
     "\n"
     "Steps:\n";
