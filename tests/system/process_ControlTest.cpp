@@ -39,8 +39,8 @@ TEST(ProcessControl, LogLevelAndPing) {
     EXPECT_EQ(0xC3u, Word(answer));
     EXPECT_TRUE(process->WaitForErr("HandleLogLevel: set mask c3", 5000));
 
-    // A get without a payload, or with less than a word, is not answered: the ping that follows
-    // is answered first and alone.
+    // A get without a payload, or a set with less than a word, is not answered: the ping that
+    // follows is answered first and alone.
     ASSERT_TRUE(vehicle.Send(1873, nullptr, 0));
     const unsigned char shortWord[2] = {1, 2};
     ASSERT_TRUE(vehicle.Send(1872, shortWord, sizeof shortWord));
@@ -50,7 +50,8 @@ TEST(ProcessControl, LogLevelAndPing) {
     vehicle.Pump(200);
     EXPECT_TRUE(vehicle.inbox.empty());
     EXPECT_TRUE(process->WaitForErr("HandleLogLevel: error, DataPtr is null", 5000));
-    ASSERT_TRUE(vehicle.SendWord(1873, 0));
+    // A get only needs a payload; its content is never read.
+    ASSERT_TRUE(vehicle.Send(1873, shortWord, 1));
     ASSERT_TRUE(vehicle.Expect(1874, &answer));
     EXPECT_EQ(0xC3u, Word(answer)) << "a short set must not change the level";
 
@@ -62,20 +63,23 @@ TEST(ProcessControl, LogLevelAndPing) {
     EXPECT_EQ(0, process->Wait(20000).exitCode);
 }
 
-// -l is read in base 10 without checks and the last one wins: "0x10" is level 0, so the
-// process runs silent, and says so when asked.
+// -l is read in base 10 without checks and the last one wins: "0x10" and "abc" are level 0,
+// so the process runs silent, and says so when asked.
 TEST(ProcessControl, LogLevelOptionBaseTenLastWins) {
-    TestEnv env;
-    Vehicle vehicle;
-    auto process =
-        StartManager(env, {"RUN_WITHOUT_STATEMGR=1"}, {"-l", "255", "--loglevel", "0x10"});
-    ASSERT_TRUE(process);
-    ASSERT_TRUE(vehicle.SendWord(1873, 0));
-    Received answer;
-    ASSERT_TRUE(vehicle.Expect(1874, &answer)) << process->Err();
-    EXPECT_EQ(0u, Word(answer));
-    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice, nullptr, 0));
-    const ProgramResult result = process->Wait(20000);
-    EXPECT_EQ(0, result.exitCode);
-    EXPECT_EQ(std::string::npos, result.err.find("MetadataMgr:")) << result.err;
+    for (const char* level : {"0x10", "abc"}) {
+        SCOPED_TRACE(level);
+        TestEnv env;
+        Vehicle vehicle;
+        auto process =
+            StartManager(env, {"RUN_WITHOUT_STATEMGR=1"}, {"-l", "255", "--loglevel", level});
+        ASSERT_TRUE(process);
+        ASSERT_TRUE(vehicle.SendWord(1873, 0));
+        Received answer;
+        ASSERT_TRUE(vehicle.Expect(1874, &answer)) << process->Err();
+        EXPECT_EQ(0u, Word(answer));
+        ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice, nullptr, 0));
+        const ProgramResult result = process->Wait(20000);
+        EXPECT_EQ(0, result.exitCode);
+        EXPECT_EQ(std::string::npos, result.err.find("MetadataMgr:")) << result.err;
+    }
 }

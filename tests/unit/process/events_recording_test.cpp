@@ -34,13 +34,24 @@ TEST(EventsRecording, TagsFlagsTicksAndTheZeroTickRule) {
         EXPECT_EQ(1u, log.Count(" RecordStartHandler\n")) << log.Text();
         EXPECT_EQ(1u, log.Count("\n")) << log.Text();
     }
+    {
+        // Any non-zero start byte is a start; each report says what it stores (mask 128).
+        LogCapture log(h.env.Path("log.txt"), 128);
+        ASSERT_TRUE(events::Send(h, Payload().Add(1700u).Add(static_cast<unsigned char>(2)),
+                                 events::kRecordStartStop));
+        ASSERT_TRUE(events::Send(h, Payload().Add(1800u), 40004));
+        EXPECT_EQ(1u, log.Lines("ReportRecordingEvent - recordStart = 1")) << log.Text();
+        EXPECT_EQ(1u, log.Lines("ReportCovertModeEvent - enabled = 0")) << log.Text();
+        EXPECT_EQ(2u, log.Count("\n")) << log.Text();
+    }
     h.manager->ReportRecordingEvent(true, 1600, false);
 
     const std::vector<std::string> expected = {
-        "StateData 70 true 1000", "StateData 58 true 1100",  "StateData 59 true 1200",
-        "StateData 71 true 1300", "StateData 70 true 1400",  "StateData 71 true 1500",
-        "StateData 71 true 0",    "StateData 58 true 0",     "StateData 59 true 0",
-        "StateData 70 true 0",    "StateData 70 false 1600",
+        "StateData 70 true 1000",  "StateData 58 true 1100", "StateData 59 true 1200",
+        "StateData 71 true 1300",  "StateData 70 true 1400", "StateData 71 true 1500",
+        "StateData 71 true 0",     "StateData 58 true 0",    "StateData 59 true 0",
+        "StateData 70 true 0",     "StateData 70 true 1700", "StateData 59 true 1800",
+        "StateData 70 false 1600",
     };
     EXPECT_EQ(expected, events::States(h.Records()));
 }

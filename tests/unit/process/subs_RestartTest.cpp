@@ -23,7 +23,8 @@ TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArriv
     Vehicle vehicle;
     ServerFarm farm;
     StartUp(h, vehicle, farm);
-    LogCapture log(h.env.Path("log.txt"));
+    // "Process Restarted" is 64, "Need to resubscribe" 128, a refused renewal 1.
+    LogCapture log(h.env.Path("log.txt"), 64 | 128 | 1);
 
     struct Restart {
         e_Process process;
@@ -33,6 +34,7 @@ TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArriv
     const Restart restarts[] = {
         {e_Process_ExternalMgr, "Need to resubscribe to ExternalMgr", {16, 17, 18, 19, 20, 21}},
         {e_Process_ConfigMgr, "Need to resubscribe to ConfigMgr", {10, 7, 11, 12, 13}},
+        {e_Process_StateMgr, "Need to resubscribe to StateMgr", {1, 2, 3, 4}},
     };
     for (const Restart& restart : restarts) {
         SCOPED_TRACE(restart.notice);
@@ -54,6 +56,7 @@ TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArriv
     }
     EXPECT_EQ(1, log.Lines("Process Restarted 29"));
     EXPECT_EQ(1, log.Lines("Process Restarted 3"));
+    EXPECT_EQ(1, log.Lines("Process Restarted 2"));
     EXPECT_FALSE(log.Contains("FAILED"));
 
     // Stream 3's next notice reaches its handler and the store.

@@ -49,7 +49,8 @@ TEST(SubsSwitches, SwitchesThatRemoveTheClientSkipTheServerEntirely) {
     ServerFarm farm;
     vehicle.Populate(farm, {e_Process_ConfigMgr, e_Process_StateMgr, e_Process_MicMgr,
                             e_Process_VideoMgr, e_Process_AccelHal, e_Process_TempHal});
-    LogCapture log(h.env.Path("log.txt"));
+    // Only the masks of the lines looked for: "set to ignore" is 32, failures are 1.
+    LogCapture log(h.env.Path("log.txt"), 32 | 1);
     farm.Start();
     ASSERT_TRUE(h.manager->SubscribeToServers(h.ipc, false));
     farm.Stop();
@@ -152,7 +153,7 @@ TEST(SubsSwitches, RefusalStopsTheStartUpAtThatServerWithBothMessages) {
         ServerFarm farm;
         vehicle.Populate(farm);
         farm.Find(refusal.process)->Refuse(refusal.itemId);
-        LogCapture log(h.env.Path("log.txt"));
+        LogCapture log(h.env.Path("log.txt"), 1);
         farm.Start();
         EXPECT_FALSE(h.manager->SubscribeToServers(h.ipc, false));
         farm.Stop();
@@ -200,7 +201,7 @@ TEST(SubsSwitches, ExternalManagerRefusingStreamThreeLeavesTheLaterStreamsUnaske
     vehicle.Populate(farm);
     ItemServer& external = *farm.Find(e_Process_ExternalMgr);
     external.Refuse(19);
-    LogCapture log(h.env.Path("log.txt"));
+    LogCapture log(h.env.Path("log.txt"), 1);
     farm.Start();
     EXPECT_FALSE(h.manager->SubscribeToServers(h.ipc, false));
     farm.Stop();
