@@ -4,9 +4,9 @@
 
 #include <string>
 
-extern bool gShutdownRequested;  // a quit was handled; the main loop ends after this pass
-extern bool gSimulatorMode;      // -s: invent metadata every pass
-extern bool gRadarOnlyMode;      // -r: limit simulation to radar (does not switch it on)
+extern bool gShutdownRequested;    // a quit was handled; the main loop ends after this pass
+extern bool gSimulatorMode;        // -s: invent metadata every pass
+extern bool gRadarOnlyMode;        // -r: limit simulation to radar (does not switch it on)
 extern std::string gMetadataDir;   // <media root>/metadata
 extern std::string gMetadataPath;  // <media root>/metadata/metadata, the store's base path
 extern bool gStoreInitialized;     // the first output to the metadata files has been made

@@ -112,15 +112,14 @@ public:
     bool ReportCameraState(e_CameraPort port, e_CameraState state, bool report,
                            unsigned int tick) override;
     bool ReportStreamQualityItem(VideoMgrStreamQualityItem& item, bool report) override;
-    bool ReportLvsState(e_VideoStream stream, unsigned char camera, bool highQuality,
-                        bool enabled, unsigned int address, unsigned short port, bool report,
+    bool ReportLvsState(e_VideoStream stream, unsigned char camera, bool highQuality, bool enabled,
+                        unsigned int address, unsigned short port, bool report,
                         unsigned int tick) override;
     bool ReportVehicleInfo(const VehicleInfo& info, bool report) override;
     bool ReportSystemInfo(const SystemInfo& info, bool report) override;
     bool ReportDepartmentInfo(const DepartmentInfo& info, bool report) override;
     bool ReportOfficerInfo(const Officer& officer, bool report) override;
-    bool ReportVideoRecordingSettings(const VideoRecordingSettings& settings,
-                                      bool report) override;
+    bool ReportVideoRecordingSettings(const VideoRecordingSettings& settings, bool report) override;
 
 private:
     std::unique_ptr<DataStoreJournal> journal_;

@@ -49,7 +49,12 @@ enum e_CameraState : unsigned int {
     e_CameraState_Fault = 4
 };
 
-enum e_VideoStream : unsigned int { e_Stream_0 = 0, e_Stream_1 = 1, e_Stream_2 = 2, e_Stream_3 = 3 };
+enum e_VideoStream : unsigned int {
+    e_Stream_0 = 0,
+    e_Stream_1 = 1,
+    e_Stream_2 = 2,
+    e_Stream_3 = 3
+};
 
 enum e_StreamState : unsigned int {
     e_StreamState_Stopped = 0,

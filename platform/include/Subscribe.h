@@ -19,9 +19,9 @@ public:
     static const int kDefaultTimeoutMs = 5000;
     // Subscribe / Resubscribe results besides 0.
     static const int kRefused = 1;
-    static const int kNoAnswer = 2;    // the server did not answer within the time-out
-    static const int kNoServer = 3;    // no endpoint of that name
-    static const int kBadAnswer = 4;   // the answer did not carry the item
+    static const int kNoAnswer = 2;   // the server did not answer within the time-out
+    static const int kNoServer = 3;   // no endpoint of that name
+    static const int kBadAnswer = 4;  // the answer did not carry the item
 
     SubscribeClient(LinxIpc& ipc, const std::string& serverName, int timeoutMs);
     virtual ~SubscribeClient();

@@ -18,8 +18,7 @@ public:
 
 class VersionEntry {
 public:
-    VersionEntry(const std::string& name, const std::string& software,
-                 const std::string& hardware);
+    VersionEntry(const std::string& name, const std::string& software, const std::string& hardware);
     const std::string& Name() const { return name_; }
     std::string asString_sw() const { return software_; }
     std::string asString_hw() const { return hardware_; }

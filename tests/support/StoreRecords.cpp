@@ -109,11 +109,21 @@ private:
             }
             const char escaped = text_[pos_++];
             switch (escaped) {
-                case 'n': text += '\n'; break;
-                case 't': text += '\t'; break;
-                case 'r': text += '\r'; break;
-                case 'b': text += '\b'; break;
-                case 'f': text += '\f'; break;
+                case 'n':
+                    text += '\n';
+                    break;
+                case 't':
+                    text += '\t';
+                    break;
+                case 'r':
+                    text += '\r';
+                    break;
+                case 'b':
+                    text += '\b';
+                    break;
+                case 'f':
+                    text += '\f';
+                    break;
                 case 'u': {
                     if (pos_ + 4 > text_.size()) {
                         return false;
@@ -123,7 +133,9 @@ private:
                     text += static_cast<char>(code < 0x80 ? code : '?');
                     break;
                 }
-                default: text += escaped; break;
+                default:
+                    text += escaped;
+                    break;
             }
         }
         return false;

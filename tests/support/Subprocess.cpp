@@ -1,16 +1,16 @@
 #include "Subprocess.h"
 
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <sstream>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "TestEnv.h"
 
@@ -32,7 +32,9 @@ std::atomic<unsigned> gSequence{0};
 
 }  // namespace
 
-std::string ProgramPath(const std::string& name) { return std::string(TEST_BIN_DIR) + "/" + name; }
+std::string ProgramPath(const std::string& name) {
+    return std::string(TEST_BIN_DIR) + "/" + name;
+}
 
 std::string HostToolPath(const std::string& name) {
     const std::string dir = HOST_TOOLS_DIR;
@@ -46,8 +48,8 @@ std::string HostToolPath(const std::string& name) {
 Subprocess::Subprocess(std::vector<std::string> argv, std::vector<std::string> env,
                        const std::string& workDir)
     : argv_(std::move(argv)), env_(std::move(env)) {
-    const std::string stem = workDir + "/proc" + std::to_string(::getpid()) + "_" +
-                             std::to_string(gSequence++);
+    const std::string stem =
+        workDir + "/proc" + std::to_string(::getpid()) + "_" + std::to_string(gSequence++);
     outPath_ = stem + ".out";
     errPath_ = stem + ".err";
     inPath_ = stem + ".in";
@@ -66,8 +68,8 @@ bool Subprocess::Start(const std::string& stdinText) {
         if (fd < 0) {
             return false;
         }
-        if (!stdinText.empty() &&
-            ::write(fd, stdinText.data(), stdinText.size()) != static_cast<ssize_t>(stdinText.size())) {
+        if (!stdinText.empty() && ::write(fd, stdinText.data(), stdinText.size()) !=
+                                      static_cast<ssize_t>(stdinText.size())) {
             ::close(fd);
             return false;
         }
@@ -77,8 +79,7 @@ bool Subprocess::Start(const std::string& stdinText) {
     const std::string hostTools = HOST_TOOLS_DIR;
     const bool native = !hostTools.empty() && !argv_.empty() &&
                         argv_[0].compare(0, hostTools.size() + 1, hostTools + "/") == 0;
-    std::vector<std::string> args =
-        native ? std::vector<std::string>() : SplitWords(TEST_EMULATOR);
+    std::vector<std::string> args = native ? std::vector<std::string>() : SplitWords(TEST_EMULATOR);
     args.insert(args.end(), argv_.begin(), argv_.end());
 
     pid_ = ::fork();
@@ -152,8 +153,12 @@ ProgramResult Subprocess::Wait(int timeoutMs) {
     return result;
 }
 
-std::string Subprocess::Out() const { return ReadFileText(outPath_); }
-std::string Subprocess::Err() const { return ReadFileText(errPath_); }
+std::string Subprocess::Out() const {
+    return ReadFileText(outPath_);
+}
+std::string Subprocess::Err() const {
+    return ReadFileText(errPath_);
+}
 
 namespace {
 bool WaitForText(const std::string& path, const std::string& text, int timeoutMs) {

@@ -1,8 +1,8 @@
 // Starts the project's programs from tests, through the cross emulator when there is one.
 #pragma once
 
-#include <string>
 #include <sys/types.h>
+#include <string>
 #include <vector>
 
 // build/<preset>/bin/<name>
@@ -11,10 +11,10 @@ std::string ProgramPath(const std::string& name);
 std::string HostToolPath(const std::string& name);
 
 struct ProgramResult {
-    int exitCode = -1;     // exit status, or 128 + signal
+    int exitCode = -1;  // exit status, or 128 + signal
     bool timedOut = false;
-    std::string out;       // standard output
-    std::string err;       // standard error
+    std::string out;  // standard output
+    std::string err;  // standard error
 };
 
 class Subprocess {
@@ -53,6 +53,6 @@ private:
 };
 
 // Runs a program to its end.
-ProgramResult RunProgram(const std::vector<std::string>& argv,
-                         const std::vector<std::string>& env, const std::string& workDir,
-                         const std::string& stdinText = "", int timeoutMs = 60000);
+ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                         const std::string& workDir, const std::string& stdinText = "",
+                         int timeoutMs = 60000);

@@ -1,22 +1,24 @@
 #include "TestEnv.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <ftw.h>
 
 namespace {
-int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }
+int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) {
+    return ::remove(path);
+}
 }  // namespace
 
 TestEnv::TestEnv() {
     const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") +
-                          "/mmtest.XXXXXX";
+    std::string pattern =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mmtest.XXXXXX";
     char* made = ::mkdtemp(&pattern[0]);
     if (made == nullptr) {
         throw std::runtime_error("mkdtemp failed for " + pattern);

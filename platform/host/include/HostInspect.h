@@ -12,7 +12,7 @@ struct WatchdogStatus {
     unsigned int timeoutSeconds = 0;
     unsigned long long lastPetMs = 0;  // CLOCK_MONOTONIC milliseconds of the last pet
     unsigned long long petCount = 0;
-    bool expired = false;              // subscribed and not petted within its time-out
+    bool expired = false;  // subscribed and not petted within its time-out
 };
 
 // The heartbeat of one process's thread in the current LINX_DOMAIN; false when it never
