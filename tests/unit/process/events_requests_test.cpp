@@ -65,7 +65,12 @@ TEST(EventsRequests, BookmarkIsStoredThenPublished) {
     MetadataMgrServer* server = h.manager->Server();
     ASSERT_NE(nullptr, server);
     IpcMessage reply;
-    server->GetItem(1, reply, 5000);
+    {
+        LogCapture log(h.env.Path("log.txt"), 2);
+        server->GetItem(1, reply, 5000);
+        EXPECT_EQ(1u, log.Count(" MetadataMgrServer:")) << log.Text();
+        EXPECT_EQ(1u, log.Count(" GetItem Unknown item passed in 1\n")) << log.Text();
+    }
     EXPECT_EQ(0u, reply.MsgType()) << "an unknown item leaves the reply untouched";
     hostseam::FailNextAllocations(1);
     server->GetItem(0, reply, 5000);

@@ -7,12 +7,9 @@
 #include <cstring>
 
 #include "HostInspect.h"
-#include "HostSeams.h"
-#include "Item.h"
 #include "KvCommon.h"
 #include "ManagerHarness.h"
 #include "MediaRoot.h"
-#include "MetadataMgrServer.h"
 #include "MetadataSharedMem.h"
 #include "ProcessState.h"
 
@@ -72,44 +69,6 @@ TEST(FrameManager, SharedBlockInitialValuesAndEndMark) {
     h.manager.reset();
     ASSERT_TRUE(hostinspect::ReadSharedBlock(block));
     EXPECT_EQ(0x0001, At<uint16_t>(block, 0));
-}
-
-// The request handlers are live after PreInit (ping), and the bookmark server answers and
-// pushes item 0.
-TEST(FrameManager, PingAndBookmarkServer) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    ASSERT_TRUE(h.Deliver(13488, nullptr, 0));
-    IpcMessage answer;
-    ASSERT_TRUE(h.PeerReceive(answer, 13489));
-    EXPECT_EQ(0u, answer.Size());
-
-    MetadataMgrServer* server = h.manager->Server();
-    ASSERT_NE(nullptr, server);
-    IpcMessage reply;
-    server->GetItem(1, reply, 5000);
-    EXPECT_EQ(0u, reply.MsgType()) << "an unknown item leaves the reply untouched";
-    hostseam::FailNextAllocations(1);
-    server->GetItem(0, reply, 5000);
-    EXPECT_EQ(0u, reply.MsgType());
-    server->Bookmark();
-    server->GetItem(0, reply, 5000);
-    ASSERT_EQ(5000u, reply.MsgType());
-    BoolItem polled(true);
-    ASSERT_EQ(0, polled.DecodeMsg(reply));
-    EXPECT_FALSE(polled.Get()) << "polled, the bookmark always reads false";
-
-    // The peer subscribes to item 0 through the protocol; each bookmark is one notice of true.
-    uint32_t request[2] = {0, 5001};
-    ASSERT_TRUE(h.Deliver(LinxIpc::kSubscribeRequest, request, sizeof request));
-    ASSERT_TRUE(h.PeerReceive(answer, LinxIpc::kSubscribeReply));
-    EXPECT_EQ(1u, server->SubscriberCount(0));
-    server->Bookmark();
-    ASSERT_TRUE(h.PeerReceive(answer, 5001));
-    BoolItem pushed(false);
-    ASSERT_EQ(0, pushed.DecodeMsg(answer));
-    EXPECT_TRUE(pushed.Get());
-    EXPECT_FALSE(h.PeerReceive(answer, 5001, 100));
 }
 
 // The first output waits for a tick, is made in full once, and a second call adds nothing.
