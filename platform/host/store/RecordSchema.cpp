@@ -100,42 +100,42 @@ const Field kOfficer[] = {ObjectField("item", kOfficerItem), F("flag", T::Bool)}
 const Field kRecording[] = {ObjectField("item", kRecordingItem), F("flag", T::Bool)};
 
 template <unsigned N>
-constexpr OpSpec Spec(const char* name, const Field (&fields)[N], int keyField) {
-    return OpSpec{name, fields, N, keyField};
+constexpr OpLayout Layout(const char* name, const Field (&fields)[N], int keyField) {
+    return OpLayout{name, fields, N, keyField};
 }
 constexpr int kNoState = -2;
 constexpr int kOneSlot = -1;
 
-const OpSpec kOps[kOpCount] = {
+const OpLayout kOps[kOpCount] = {
     {"Unknown", nullptr, 0, kNoState},
-    Spec("ReportShutdownDataAtStartup", kStartup, kOneSlot),
+    Layout("ReportShutdownDataAtStartup", kStartup, kOneSlot),
     {"ReportShutdownData", nullptr, 0, kNoState},
     {"WriteFullState", nullptr, 0, kNoState},
-    Spec("ReportMac", kMac, kOneSlot),
-    Spec("ReportSystemSerialNum", kSerial, kOneSlot),
-    Spec("ReportVersion", kVersion, 0),
-    Spec("ReportConfiguration", kConfiguration, kOneSlot),
-    Spec("ReportStringData", kStringData, 0),
-    Spec("ReportStateData", kStateData, 0),
-    Spec("ReportBookmark", kBookmark, kOneSlot),
-    Spec("ReportGpsState", kGpsState, kOneSlot),
-    Spec("ReportGps", kGps, kOneSlot),
-    Spec("ReportValidSpeed", kValidSpeed, 0),
-    Spec("ReportSpeed", kSpeed, 0),
-    Spec("ReportRadarState", kRadarState, 0),
-    Spec("ReportRadar", kRadar, 0),
-    Spec("ReportMicPresent", kMicPresent, 0),
-    Spec("ReportMicState", kMicState, 0),
-    Spec("ReportTemp", kTemp, 0),
-    Spec("ReportVideoStreamState", kStreamState, 0),
-    Spec("ReportCameraState", kCameraState, 0),
-    Spec("ReportStreamQualityItem", kQuality, kOneSlot),
-    Spec("ReportLvsState", kLvs, 0),
-    Spec("ReportVehicleInfo", kVehicle, kOneSlot),
-    Spec("ReportSystemInfo", kSystem, kOneSlot),
-    Spec("ReportDepartmentInfo", kDepartment, kOneSlot),
-    Spec("ReportOfficerInfo", kOfficer, kOneSlot),
-    Spec("ReportVideoRecordingSettings", kRecording, kOneSlot),
+    Layout("ReportMac", kMac, kOneSlot),
+    Layout("ReportSystemSerialNum", kSerial, kOneSlot),
+    Layout("ReportVersion", kVersion, 0),
+    Layout("ReportConfiguration", kConfiguration, kOneSlot),
+    Layout("ReportStringData", kStringData, 0),
+    Layout("ReportStateData", kStateData, 0),
+    Layout("ReportBookmark", kBookmark, kOneSlot),
+    Layout("ReportGpsState", kGpsState, kOneSlot),
+    Layout("ReportGps", kGps, kOneSlot),
+    Layout("ReportValidSpeed", kValidSpeed, 0),
+    Layout("ReportSpeed", kSpeed, 0),
+    Layout("ReportRadarState", kRadarState, 0),
+    Layout("ReportRadar", kRadar, 0),
+    Layout("ReportMicPresent", kMicPresent, 0),
+    Layout("ReportMicState", kMicState, 0),
+    Layout("ReportTemp", kTemp, 0),
+    Layout("ReportVideoStreamState", kStreamState, 0),
+    Layout("ReportCameraState", kCameraState, 0),
+    Layout("ReportStreamQualityItem", kQuality, kOneSlot),
+    Layout("ReportLvsState", kLvs, 0),
+    Layout("ReportVehicleInfo", kVehicle, kOneSlot),
+    Layout("ReportSystemInfo", kSystem, kOneSlot),
+    Layout("ReportDepartmentInfo", kDepartment, kOneSlot),
+    Layout("ReportOfficerInfo", kOfficer, kOneSlot),
+    Layout("ReportVideoRecordingSettings", kRecording, kOneSlot),
 };
 
 const char* const kCauseNames[] = {"call", "segment", "open", "copy"};
@@ -272,16 +272,16 @@ bool WalkSnapshot(BodyReader& in, FieldVisitor* out) {
         if (!in.U8(op) || !in.U16(length) || !in.Bytes(body, length)) {
             return false;
         }
-        const OpSpec* spec = FindOp(op);
-        if (spec == nullptr || spec->keyField == kNoState) {
+        const OpLayout* layout = FindOp(op);
+        if (layout == nullptr || layout->keyField == kNoState) {
             return false;
         }
         if (out != nullptr) {
             out->BeginObject(nullptr);
-            out->Text("op", spec->name, std::strlen(spec->name));
+            out->Text("op", layout->name, std::strlen(layout->name));
         }
         BodyReader entry(body, length);
-        if (!WalkFields(spec->fields, spec->fieldCount, entry, out) || !entry.AtEnd()) {
+        if (!WalkFields(layout->fields, layout->fieldCount, entry, out) || !entry.AtEnd()) {
             return false;
         }
         if (out != nullptr) {
@@ -300,7 +300,7 @@ const char* SnapshotCauseName(std::uint8_t cause) {
     return cause <= kCauseCopy ? kCauseNames[cause] : "unknown";
 }
 
-const OpSpec* FindOp(std::uint8_t op) {
+const OpLayout* FindOp(std::uint8_t op) {
     if (op == 0 || op >= kOpCount || op == kOpWriteFullState) {
         return nullptr;
     }
@@ -329,25 +329,25 @@ bool WalkRecord(std::uint8_t op, const unsigned char* body, std::size_t size,
     if (op == kOpReportShutdownData) {
         return size == 0;
     }
-    const OpSpec* spec = FindOp(op);
-    if (spec == nullptr) {
+    const OpLayout* layout = FindOp(op);
+    if (layout == nullptr) {
         return false;
     }
-    return WalkFields(spec->fields, spec->fieldCount, in, visitor) && in.AtEnd();
+    return WalkFields(layout->fields, layout->fieldCount, in, visitor) && in.AtEnd();
 }
 
-bool TopField(const OpSpec& spec, const unsigned char* body, std::size_t size, unsigned index,
+bool TopField(const OpLayout& layout, const unsigned char* body, std::size_t size, unsigned index,
               std::uint32_t& value) {
-    if (index >= spec.fieldCount) {
+    if (index >= layout.fieldCount) {
         return false;
     }
     BodyReader in(body, size);
-    if (!WalkFields(spec.fields, index, in, nullptr)) {
+    if (!WalkFields(layout.fields, index, in, nullptr)) {
         return false;
     }
     std::uint8_t u8 = 0;
     std::uint16_t u16 = 0;
-    switch (spec.fields[index].type) {
+    switch (layout.fields[index].type) {
         case FieldType::U8:
         case FieldType::Bool:
             if (!in.U8(u8)) {
@@ -372,13 +372,13 @@ bool TopField(const OpSpec& spec, const unsigned char* body, std::size_t size, u
 
 std::uint32_t RecordTime(std::uint8_t op, std::uint32_t stamp, const unsigned char* body,
                          std::size_t size) {
-    const OpSpec* spec = FindOp(op);
-    for (unsigned i = 0; spec != nullptr && i < spec->fieldCount; ++i) {
-        if (std::strcmp(spec->fields[i].name, "tick") != 0) {
+    const OpLayout* layout = FindOp(op);
+    for (unsigned i = 0; layout != nullptr && i < layout->fieldCount; ++i) {
+        if (std::strcmp(layout->fields[i].name, "tick") != 0) {
             continue;
         }
         std::uint32_t tick = 0;
-        if (TopField(*spec, body, size, i, tick) && tick != 0 && tick != 0xFFFFFFFFu) {
+        if (TopField(*layout, body, size, i, tick) && tick != 0 && tick != 0xFFFFFFFFu) {
             return tick;
         }
         break;

@@ -71,7 +71,7 @@ enum SnapshotCause : std::uint8_t {
 };
 const char* SnapshotCauseName(std::uint8_t cause);
 
-struct OpSpec {
+struct OpLayout {
     const char* name;  // the DataStore operation's name
     const Field* fields;
     unsigned fieldCount;
@@ -81,7 +81,7 @@ struct OpSpec {
 };
 
 // Null for an unknown type and for WriteFullState, whose body is a snapshot (see StoreState).
-const OpSpec* FindOp(std::uint8_t op);
+const OpLayout* FindOp(std::uint8_t op);
 const char* OpName(std::uint8_t op);  // "Unknown" when not a record type
 // The type whose name is `name`; 0 when none.
 std::uint8_t OpByName(const char* name);
@@ -109,7 +109,7 @@ bool WalkRecord(std::uint8_t op, const unsigned char* body, std::size_t size,
                 FieldVisitor* visitor);
 
 // The value of the top-level unsigned field `index` of a valid record body.
-bool TopField(const OpSpec& spec, const unsigned char* body, std::size_t size, unsigned index,
+bool TopField(const OpLayout& layout, const unsigned char* body, std::size_t size, unsigned index,
               std::uint32_t& value);
 
 // The time of a record used for ranges: its own tick argument when it has one that is a real

@@ -13,8 +13,8 @@ void StoreState::Clear() {
 }
 
 bool StoreState::Put(std::uint8_t op, const unsigned char* body, std::size_t size) {
-    const OpSpec* spec = FindOp(op);
-    if (spec == nullptr || spec->keyField < -1) {
+    const OpLayout* layout = FindOp(op);
+    if (layout == nullptr || layout->keyField < -1) {
         return true;
     }
     if (size > kMaxSlotBody) {
@@ -22,8 +22,8 @@ bool StoreState::Put(std::uint8_t op, const unsigned char* body, std::size_t siz
         return true;
     }
     std::uint32_t key = 0;
-    if (spec->keyField >= 0 &&
-        !TopField(*spec, body, size, static_cast<unsigned>(spec->keyField), key)) {
+    if (layout->keyField >= 0 &&
+        !TopField(*layout, body, size, static_cast<unsigned>(layout->keyField), key)) {
         return false;
     }
     Slot* slot = nullptr;
