@@ -5,8 +5,6 @@
 
 #include "RecordSchema.h"
 
-namespace {
-
 void AppendJsonString(std::string& out, const char* text, std::size_t size) {
     out += '"';
     for (std::size_t i = 0; i < size; ++i) {
@@ -32,6 +30,8 @@ void AppendJsonString(std::string& out, const char* text, std::size_t size) {
     }
     out += '"';
 }
+
+namespace {
 
 class JsonPrinter : public mdj::FieldVisitor {
 public:

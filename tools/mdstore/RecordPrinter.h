@@ -10,3 +10,7 @@
 // Appends the record's line (without a newline) to `out`; false when the body does not decode.
 bool RecordJson(const mdj::RecordView& record, std::string& out);
 bool RecordText(const mdj::RecordView& record, std::string& out);
+
+// Appends `size` bytes of `text` as a JSON string: quoted, with bytes outside printable ASCII
+// escaped, so the line stays valid JSON whatever the text held.
+void AppendJsonString(std::string& out, const char* text, std::size_t size);

@@ -10,6 +10,10 @@ namespace summary {
 const char* const kInputNames[kInputCount] = {"lights", "siren", "brakes",
                                               "aux",    "door",  "ignition"};
 
+const char* SourceName(unsigned source) {
+    return source == 1 ? "gps" : source == 2 ? "radar" : "other";
+}
+
 void Range::Add(long long value) {
     if (count == 0 || value < min) {
         min = value;

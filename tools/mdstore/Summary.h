@@ -64,6 +64,9 @@ struct Damage {
     unsigned long long bytes = 0;
 };
 
+// "gps" for speed source 1, "radar" for 2.
+const char* SourceName(unsigned source);
+
 // Input names in the order the FPGA process reports them.
 const unsigned kInputCount = 6;
 extern const char* const kInputNames[kInputCount];

@@ -1,5 +1,6 @@
 #include <cstdio>
 
+#include "RecordPrinter.h"
 #include "Summary.h"
 
 namespace summary {
@@ -7,21 +8,7 @@ namespace summary {
 namespace {
 
 void String(std::string& out, const std::string& text) {
-    out += '"';
-    for (const char c : text) {
-        const unsigned char byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (byte < 0x20 || byte >= 0x7F) {
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
-            out += escaped;
-        } else {
-            out += c;
-        }
-    }
-    out += '"';
+    AppendJsonString(out, text.data(), text.size());
 }
 
 // Writes "key": with the comma that separates it from the member before.
@@ -84,14 +71,22 @@ public:
         }
     }
 
+    // An array of one object per element, each filled by `fill(object, element)`.
+    template <typename T, typename Fill>
+    void Objects(const std::string& key, const std::vector<T>& elements, Fill fill) {
+        Key(key) += '[';
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            out_ += i == 0 ? "" : ",";
+            Object element(out_);
+            fill(element, elements[i]);
+        }
+        out_ += ']';
+    }
+
 private:
     std::string& out_;
     bool first_ = true;
 };
-
-const char* SourceName(unsigned source) {
-    return source == 1 ? "gps" : source == 2 ? "radar" : "other";
-}
 
 }  // namespace
 
@@ -99,16 +94,12 @@ void PrintJson(const StoreSummary& s, std::string& out) {
     Object top(out);
     top.Text("store", s.path);
     top.Unsigned("bytes", s.bytes);
-    top.Key("segments") += '[';
-    for (std::size_t i = 0; i < s.segments.size(); ++i) {
-        out += i == 0 ? "" : ",";
-        Object segment(out);
-        segment.Text("path", s.segments[i].path);
-        segment.Unsigned("number", s.segments[i].number);
-        segment.Unsigned("bytes", s.segments[i].bytes);
-        segment.Unsigned("records", s.segments[i].records);
-    }
-    out += ']';
+    top.Objects("segments", s.segments, [](Object& segment, const Segment& each) {
+        segment.Text("path", each.path);
+        segment.Unsigned("number", each.number);
+        segment.Unsigned("bytes", each.bytes);
+        segment.Unsigned("records", each.records);
+    });
     if (s.anyTick) {
         top.Unsigned("firstTick", s.firstTick);
         top.Unsigned("lastTick", s.lastTick);
@@ -221,14 +212,10 @@ void PrintJson(const StoreSummary& s, std::string& out) {
         startup.Bool("clean", s.startup.clean);
         startup.Unsigned("lastTick", s.startup.lastTick);
     }
-    top.Key("damage") += '[';
-    for (std::size_t i = 0; i < s.damage.size(); ++i) {
-        out += i == 0 ? "" : ",";
-        Object damage(out);
-        damage.Text("place", s.damage[i].place);
-        damage.Unsigned("bytes", s.damage[i].bytes);
-    }
-    out += ']';
+    top.Objects("damage", s.damage, [](Object& damage, const Damage& each) {
+        damage.Text("place", each.place);
+        damage.Unsigned("bytes", each.bytes);
+    });
 }
 
 }  // namespace summary

@@ -32,10 +32,6 @@ void Heading(std::string& out, const char* label, bool any) {
     }
 }
 
-const char* SourceName(unsigned source) {
-    return source == 1 ? "gps" : source == 2 ? "radar" : "other";
-}
-
 std::string RangeText(const Range& range) {
     if (range.count == 0) {
         return "none";
