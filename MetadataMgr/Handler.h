@@ -19,8 +19,8 @@ inline HandlerTexts Named(const char* name) {
 }
 
 // Decoding helpers for the work of a handler. Each is false when the payload is shorter than
-// the layout it was read as; the bytes past a short payload are the endpoint's zero guard, so
-// the read itself is always in bounds.
+// the layout it was read as, or malformed; the bytes past a short payload are the endpoint's
+// zero guard, so the read itself is always in bounds.
 namespace payload {
 // An item decoded straight from the payload (Item::Decode). A well-formed item takes exactly
 // the bytes it encodes to; one the item class could not make sense of takes fewer.
