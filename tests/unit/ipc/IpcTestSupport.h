@@ -1,52 +1,41 @@
-// Helpers of the IPC tests: messages from text or words, a bare socket in the domain, and a
-// second process.
+// Helpers of the IPC tests: payloads as text or native words, and sending from text.
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
-#include <functional>
+#include <cstring>
+#include <initializer_list>
 #include <string>
-#include <vector>
 
 #include "LinxIpc.h"
 
-IpcMessage Msg(unsigned int type, const std::string& bytes = "");
-std::string Text(const IpcMessage& message);
-std::uint32_t Word(const IpcMessage& message, unsigned int index);
-std::string Words(const std::vector<std::uint32_t>& words);
+const std::string kAny;  // empty: any sender
+
+inline std::string Text(const IpcMessage& message) {
+    return message.Size() == 0
+               ? std::string()
+               : std::string(reinterpret_cast<const char*>(message.DataPtr()), message.Size());
+}
+
+inline std::uint32_t Word(const IpcMessage& message, unsigned int index) {
+    std::uint32_t word = 0;
+    if (message.Size() >= 4 * (index + 1)) {
+        std::memcpy(&word, message.DataPtr() + 4 * index, sizeof word);
+    }
+    return word;
+}
+
+inline std::string Words(std::initializer_list<std::uint32_t> words) {
+    std::string bytes;
+    for (std::uint32_t word : words) {
+        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
+    }
+    return bytes;
+}
+
 // True when the message was sent.
-bool Send(LinxIpc& from, const std::string& to, unsigned int type, const std::string& bytes = "");
-
-// A datagram socket bound in the domain without the platform: what another implementation of
-// the frame sees. Closing it leaves the socket file behind, as a crashed process does.
-class RawSocket {
-public:
-    RawSocket(const std::string& domain, const std::string& name);
-    ~RawSocket();
-    RawSocket(const RawSocket&) = delete;
-    RawSocket& operator=(const RawSocket&) = delete;
-    bool Bound() const { return bound_; }
-    bool SendTo(const std::string& name, const std::vector<unsigned char>& bytes);
-    std::vector<unsigned char> Receive();
-
-private:
-    std::string domain_;
-    int fd_ = -1;
-    bool bound_ = false;
-};
-
-// Runs `body` in a forked child; the child ends with _exit, so it never runs the parent's
-// destructors (which would remove the parent's sockets and test directory).
-class ForkedPeer {
-public:
-    explicit ForkedPeer(std::function<int()> body);
-    ~ForkedPeer();  // kills a child still running
-    ForkedPeer(const ForkedPeer&) = delete;
-    ForkedPeer& operator=(const ForkedPeer&) = delete;
-    // The child's exit code; -1 when it did not end within timeoutMs.
-    int Wait(int timeoutMs);
-
-private:
-    pid_t pid_ = -1;
-};
+inline bool Send(LinxIpc& from, const std::string& to, unsigned int type, std::string bytes = "") {
+    IpcMessage message;
+    const unsigned int size = static_cast<unsigned int>(bytes.size());
+    bytes.push_back('\0');  // a writable buffer even for an empty payload
+    return message.Allocate(type, size, &bytes[0]) == 0 && from.Notify(to, message, true) == 0;
+}

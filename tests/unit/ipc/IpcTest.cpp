@@ -1,0 +1,378 @@
+// Messages and endpoints of the host IPC layer, between real sockets of a private domain.
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "HostSeams.h"
+#include "IpcTestSupport.h"
+#include "LinxServerNameList.h"
+#include "TestEnv.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+// The payload's bytes followed by the guard, which must read as zeros.
+std::string WithGuard(const IpcMessage& message) {
+    return std::string(reinterpret_cast<const char*>(message.DataPtr()),
+                       message.Size() + IpcMessage::kGuardBytes);
+}
+
+std::string Guarded(const std::string& payload) {
+    return payload + std::string(IpcMessage::kGuardBytes, '\0');
+}
+
+// Each handler call is logged as "<type>:<payload>".
+void Record(LinxIpc* ipc, void* context) {
+    const IpcMessage& m = ipc->CurrentMessage();
+    static_cast<std::vector<std::string>*>(context)->push_back(std::to_string(m.MsgType()) + ":" +
+                                                               Text(m));
+}
+
+// A datagram socket bound in the domain without the platform: what another implementation of
+// the frame sees. Closing it leaves the socket file behind, as a crashed process does.
+class RawSocket {
+public:
+    RawSocket(const std::string& domain, const std::string& name)
+        : domain_(domain), fd_(::socket(AF_UNIX, SOCK_DGRAM, 0)) {
+        struct sockaddr_un address = Address(name);
+        bound_ = ::bind(fd_, reinterpret_cast<struct sockaddr*>(&address), sizeof address) == 0;
+    }
+    ~RawSocket() { ::close(fd_); }
+    RawSocket(const RawSocket&) = delete;
+    RawSocket& operator=(const RawSocket&) = delete;
+    bool Bound() const { return bound_; }
+    bool SendTo(const std::string& name, const Bytes& bytes) {
+        struct sockaddr_un address = Address(name);
+        return ::sendto(fd_, bytes.data(), bytes.size(), 0,
+                        reinterpret_cast<struct sockaddr*>(&address),
+                        sizeof address) == static_cast<ssize_t>(bytes.size());
+    }
+    Bytes Receive() {
+        Bytes bytes(70000);
+        const ssize_t got = ::recv(fd_, bytes.data(), bytes.size(), 0);
+        bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        return bytes;
+    }
+
+private:
+    struct sockaddr_un Address(const std::string& name) const {
+        struct sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        (domain_ + "/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
+        return address;
+    }
+    std::string domain_;
+    int fd_;
+    bool bound_ = false;
+};
+
+const unsigned int kMagic = 0x4C4E5846u;
+
+// magic, type, sender length, payload length (all big-endian), sender, payload.
+Bytes Frame(unsigned int magic, unsigned int type, const std::string& sender,
+            unsigned int nameLength, const std::string& payload, unsigned int payloadLength) {
+    Bytes frame;
+    for (unsigned int value : {magic, type, nameLength, payloadLength}) {
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            frame.push_back(static_cast<unsigned char>(value >> shift));
+        }
+    }
+    frame.insert(frame.end(), sender.begin(), sender.end());
+    frame.insert(frame.end(), payload.begin(), payload.end());
+    return frame;
+}
+
+}  // namespace
+
+TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
+    IpcMessage message;
+    EXPECT_EQ(nullptr, message.DataPtr());
+    std::vector<char> big(3000, '\x5a');
+    ASSERT_EQ(0, message.Allocate(7, 3000, big.data()));
+    big[0] = 0;  // the message owns a copy
+    EXPECT_EQ(0x5a, message.DataPtr()[0]);
+
+    // Shrinking in the same buffer must not leave the old bytes readable past the payload.
+    ASSERT_EQ(0, message.Allocate(8, 2, const_cast<char*>("\1\2")));
+    EXPECT_EQ(8u, message.MsgType());
+    EXPECT_EQ(Guarded("\1\2"), WithGuard(message));
+    ASSERT_EQ(0, message.Allocate(10, 5, nullptr));
+    EXPECT_EQ(Guarded(std::string(5, '\0')), WithGuard(message));
+
+    // Handlers answer with part of the request still in the same object, also while growing
+    // past the buffer (the guard keeps the read inside).
+    ASSERT_EQ(0, message.Allocate(1, 6, const_cast<char*>("abcdef")));
+    ASSERT_EQ(0, message.Allocate(2, 3, reinterpret_cast<char*>(message.DataPtr() + 3)));
+    EXPECT_EQ(Guarded("def"), WithGuard(message));
+    ASSERT_EQ(0, message.Allocate(3, 1000, reinterpret_cast<char*>(message.DataPtr())));
+    EXPECT_EQ(Guarded("def" + std::string(997, '\0')), WithGuard(message));
+
+    const std::string largest(IpcMessage::kMaxPayload, 'q');
+    ASSERT_EQ(0, message.Allocate(4, IpcMessage::kMaxPayload, const_cast<char*>(largest.data())));
+    EXPECT_NE(0, message.Allocate(5, IpcMessage::kMaxPayload + 1, nullptr));
+    EXPECT_EQ(4u, message.MsgType());  // a refused Allocate leaves the message as it was
+    message.SetSender("Sender");
+    IpcMessage copy(message);
+    IpcMessage assigned;
+    ASSERT_EQ(0, assigned.Allocate(1, 100, nullptr));
+    assigned = message;
+    message.DataPtr()[0] = 'r';
+    for (const IpcMessage* m : {&copy, &assigned}) {
+        EXPECT_EQ(4u, m->MsgType());
+        EXPECT_EQ("Sender", m->GetSender());
+        EXPECT_TRUE(Guarded(largest) == WithGuard(*m));
+    }
+    assigned = IpcMessage();
+    EXPECT_EQ(nullptr, assigned.DataPtr());
+    ASSERT_EQ(0, message.Allocate(11, 0, nullptr));
+    EXPECT_EQ(nullptr, message.DataPtr());
+
+    hostseam::FailNextAllocations(2);
+    EXPECT_NE(0, copy.Allocate(1, 4, nullptr));
+    EXPECT_NE(0, copy.Allocate(1, 0, nullptr));
+    EXPECT_EQ(0, copy.Allocate(1, 4, nullptr));
+    hostseam::FailNextAllocations(3);
+    hostseam::FailNextAllocations(0);
+    EXPECT_EQ(0, copy.Allocate(1, 4, nullptr));
+}
+
+TEST(LinxServerNameList, EveryNameLeadsBackToItsProcess) {
+    LinxServerNameList& names = LinxServerNameList::Instance();
+    EXPECT_EQ("FpgaHal", names.Name(e_Process_Fpga));
+    for (unsigned int p = 1; p < e_Process_Count; ++p) {
+        EXPECT_EQ(p, static_cast<unsigned int>(names.Find(names.Name(p)))) << p;
+    }
+    EXPECT_EQ(e_Process_Unknown, names.Find("NoSuchProcess"));
+    EXPECT_EQ(e_Process_Unknown, names.Find(""));
+}
+
+TEST(IpcWire, HeaderIsBigEndianAndMalformedDatagramsAreDropped) {
+    TestEnv env;
+    RawSocket raw(env.Domain(), "Raw");
+    ASSERT_TRUE(raw.Bound());
+    LinxIpc main("Main");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_TRUE(Send(main, "Raw", 0x01020304u, "xyz"));
+    EXPECT_EQ(Frame(kMagic, 0x01020304u, "Main", 4, "xyz", 3), raw.Receive());
+    ASSERT_TRUE(Send(main, "Raw", 5));
+    EXPECT_EQ(Frame(kMagic, 5, "Main", 4, "", 0), raw.Receive());
+    std::string largest(IpcMessage::kMaxPayload, '\0');
+    for (std::size_t i = 0; i < largest.size(); ++i) {
+        largest[i] = static_cast<char>(i * 7 + i / 256);
+    }
+    ASSERT_TRUE(Send(main, "Raw", 6, largest));
+    EXPECT_TRUE(Frame(kMagic, 6, "Main", 4, largest, IpcMessage::kMaxPayload) == raw.Receive());
+
+    const std::string tooLarge(IpcMessage::kMaxPayload + 1, 'x');
+    for (const Bytes& datagram : {
+             Bytes{1, 2, 3},
+             Frame(0x12345678u, 1, "Raw", 3, "hi", 2),                 // wrong magic
+             Frame(kMagic, 1, "Raw", 3, "hi", 100),                    // claims more than it has
+             Frame(kMagic, 1, "Raw", 3, "hi", 1),                      // has more than it claims
+             Frame(kMagic, 1, "", 0, "hi", 2),                         // no sender
+             Frame(kMagic, 1, "Raw", 0xFFFFFFFFu, "hi", 0xFFFFFFFFu),  // lengths that wrap a sum
+             Frame(kMagic, 1, "Raw", 3, tooLarge, IpcMessage::kMaxPayload + 1),
+         }) {
+        ASSERT_TRUE(raw.SendTo("Main", datagram));
+    }
+    ASSERT_TRUE(raw.SendTo("Main", Frame(kMagic, 0x0A0B0C0Du, "Raw", 3, "ok", 2)));
+    ASSERT_TRUE(raw.SendTo("Main", Frame(kMagic, 7, "Raw", 3, largest, IpcMessage::kMaxPayload)));
+    IpcMessage got;
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, &got));
+    EXPECT_EQ(0x0A0B0C0Du, got.MsgType());
+    EXPECT_EQ("Raw", got.GetSender());
+    EXPECT_EQ("ok", Text(got));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, &got));
+    EXPECT_TRUE(Text(got) == largest);
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, &got));
+}
+
+TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
+    TestEnv env;
+    const std::string nested = env.Path("not/yet/there");  // made on first use
+    ::setenv("LINX_DOMAIN", nested.c_str(), 1);
+    struct stat info;
+    const std::string owner = nested + "/Owner";
+
+    LinxIpc never("Never");
+    IpcMessage message;
+    EXPECT_EQ(LinxIpc::kError, never.Receive(0, 0, kAny, &message));
+    EXPECT_NE(0, never.Notify("Never", message, true));
+    {
+        LinxIpc first("Owner");
+        ASSERT_EQ(0, first.Init());
+        EXPECT_EQ(0, ::stat(owner.c_str(), &info));
+        LinxIpc second("Owner");
+        EXPECT_NE(0, second.Init());
+        // The refused endpoint did not take the name away from the live one.
+        LinxIpc other("Other");
+        ASSERT_EQ(0, other.Init());
+        ASSERT_TRUE(Send(other, "Owner", 1, "hi"));
+        EXPECT_EQ(0, first.Receive(1000, 0, kAny, &message));
+        EXPECT_EQ("Other", message.GetSender());
+        for (const char* bad : {"Missing", "", "../Owner"}) {
+            EXPECT_FALSE(Send(other, bad, 1, "hi")) << bad;
+        }
+    }
+    EXPECT_NE(0, ::stat(owner.c_str(), &info));  // removed with its endpoint
+
+    // A socket file left by a crashed process receives nothing and does not block the name.
+    { RawSocket crashed(nested, "Stale"); }
+    LinxIpc sender("Sender");
+    ASSERT_EQ(0, sender.Init());
+    EXPECT_FALSE(Send(sender, "Stale", 1, "hi"));
+    LinxIpc stale("Stale");
+    EXPECT_EQ(0, stale.Init());
+    EXPECT_TRUE(Send(sender, "Stale", 1, "hi"));
+    ::setenv("LINX_DOMAIN", env.Domain().c_str(), 1);
+}
+
+TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrder) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc b("B");
+    LinxIpc c("C");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, b.Init());
+    ASSERT_EQ(0, c.Init());
+    const char* sent[] = {"b1-0", "b2-1", "b1-2", "b2-3"};
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(Send(b, "Main", i % 2 == 0 ? 1 : 2, sent[i]));
+    }
+    ASSERT_TRUE(Send(c, "Main", 1, "c1-4"));
+
+    std::vector<std::string> calls;
+    main.RegisterHandler(1, Record, &calls);
+    IpcMessage got;
+    ASSERT_EQ(0, main.Receive(1000, 2, kAny, &got));
+    EXPECT_EQ("b2-1", Text(got));
+    ASSERT_EQ(0, main.Receive(1000, 1, "C", &got));
+    EXPECT_EQ("c1-4", Text(got));
+    EXPECT_TRUE(calls.empty());  // a copy out runs no handler
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 3, kAny, &got));
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20, 1, "Nobody", &got));
+
+    // Dispatching receives take the held messages in arrival order; type 2 has no handler and
+    // just becomes current.
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(0, main.Receive(0, 0, kAny, nullptr));
+    }
+    EXPECT_EQ("b2-3", Text(main.CurrentMessage()));
+    EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2"}), calls);
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
+
+    main.DeregisterHandler(1);
+    ASSERT_TRUE(Send(b, "Main", 1, "late"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ("late", Text(main.CurrentMessage()));
+    EXPECT_EQ(2u, calls.size());
+}
+
+namespace {
+
+// Answers the requester in the received message object, as the process's handlers do.
+void Answer(LinxIpc* ipc, void*) {
+    IpcMessage& current = ipc->CurrentMessage();
+    const std::string sender = current.GetSender();
+    if (current.Allocate(31, 4, const_cast<char*>("pong")) == 0) {
+        ipc->Notify(sender, current, true);
+    }
+}
+
+// Waits inside a handler for one message while others stay held back, like a subscribe call
+// made from a handler; only when that works it changes the handler table it is dispatched from.
+void WaitInside(LinxIpc* ipc, void* peer) {
+    IpcMessage got;
+    if (Send(*static_cast<LinxIpc*>(peer), ipc->Name(), 42, "nested") &&
+        ipc->Receive(1000, 42, kAny, &got) == 0 && Text(got) == "nested") {
+        ipc->DeregisterHandler(40);
+        ipc->RegisterHandler(30, Answer, nullptr);
+    }
+}
+
+}  // namespace
+
+TEST(LinxIpc, HandlersReceiveAndAnswerFromInsideReceive) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc peer("Peer");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, peer.Init());
+    main.RegisterHandler(40, WaitInside, &peer);
+    ASSERT_TRUE(Send(peer, "Main", 40, "start"));
+    ASSERT_TRUE(Send(peer, "Main", 41, "held"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+
+    // The platform's own copies (holding back, handing out) must not use up the refusals
+    // meant for the code under test.
+    hostseam::FailNextAllocations(1);
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ("held", Text(main.CurrentMessage()));
+    EXPECT_NE(0, main.CurrentMessage().Allocate(3, 1, nullptr));
+
+    // Only a handler that got its nested message registered the one that answers here.
+    ASSERT_TRUE(Send(peer, "Main", 30, "ping"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    IpcMessage pong;
+    ASSERT_EQ(0, peer.Receive(1000, 31, "Main", &pong));
+    EXPECT_EQ("pong", Text(pong));
+}
+
+// The state manager's notices: shutdown overtakes waiting messages, process-died names the
+// process, and filters and copies out still apply to them.
+TEST(LinxIpc, NoticesOvertakeAndCarryTheirProcess) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc state("StateMgr");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, state.Init());
+    std::vector<std::string> log;
+    main.RegisterShutdown(Record, &log);
+    main.RegisterProcessDied(Record, &log);
+    main.RegisterHandler(20, Record, &log);
+    const std::string quit = std::to_string(LinxIpc::kShutdownNotice) + ":";
+    const std::string died = std::to_string(LinxIpc::kProcessDiedNotice) + ":";
+
+    ASSERT_TRUE(Send(state, "Main", 20));
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(Send(state, "Main", 21));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ((std::vector<std::string>{quit, "20:"}), log);
+    EXPECT_EQ(20u, main.CurrentMessage().MsgType());  // the one dispatched after the notice
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(21u, main.CurrentMessage().MsgType());
+
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_VideoMgr})));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ((std::vector<std::string>{quit, "20:", died + Words({e_Process_VideoMgr})}), log);
+
+    // A selective receive for another type leaves the notice for the main loop; a copy out is
+    // not a dispatch.
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(Send(state, "Main", 30));
+    IpcMessage got;
+    EXPECT_EQ(0, main.Receive(1000, 30, kAny, &got));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, &got));
+    EXPECT_EQ(LinxIpc::kShutdownNotice, got.MsgType());
+    EXPECT_EQ(4u, log.size());
+
+    // Without handlers a shutdown notice is only reported and stays current.
+    main.DeregisterShutdown();
+    main.DeregisterProcessDied();
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(LinxIpc::kShutdownNotice, main.CurrentMessage().MsgType());
+    ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_Fpga})));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(LinxIpc::kProcessDiedNotice, main.CurrentMessage().MsgType());
+    EXPECT_EQ(4u, log.size());
+}
