@@ -1,5 +1,6 @@
 #include "StoreRecords.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sstream>
 
@@ -7,158 +8,82 @@
 
 namespace {
 
-class JsonFlattener {
-public:
-    JsonFlattener(const std::string& text, std::map<std::string, std::string>& out)
-        : text_(text), out_(out) {}
+// Just enough JSON for mdstore's lines: nested keys joined by '.', array elements by index.
+struct Flattener {
+    const std::string& s;
+    std::map<std::string, std::string>& out;
+    std::size_t pos = 0;
 
-    bool Object(const std::string& prefix) {
-        if (!Eat('{')) {
-            return false;
+    char Peek() {
+        while (pos < s.size() && (s[pos] == ' ' || s[pos] == '\t')) {
+            ++pos;
         }
-        SkipSpace();
-        if (Peek() == '}') {
-            ++pos_;
-            return true;
-        }
-        for (;;) {
-            std::string key;
-            if (!String(key) || !Eat(':')) {
-                return false;
-            }
-            if (!Value(prefix.empty() ? key : prefix + "." + key)) {
-                return false;
-            }
-            SkipSpace();
-            if (Peek() == ',') {
-                ++pos_;
-                continue;
-            }
-            return Eat('}');
-        }
+        return pos < s.size() ? s[pos] : '\0';
     }
-
-    bool AtEnd() {
-        SkipSpace();
-        return pos_ == text_.size();
-    }
-
-private:
-    bool Value(const std::string& key) {
-        SkipSpace();
-        const char c = Peek();
-        if (c == '{') {
-            return Object(key);
-        }
-        if (c == '[') {
-            ++pos_;
-            SkipSpace();
-            if (Peek() == ']') {
-                ++pos_;
-                return true;
-            }
-            for (unsigned index = 0;; ++index) {
-                if (!Value(key + "." + std::to_string(index))) {
-                    return false;
-                }
-                SkipSpace();
-                if (Peek() == ',') {
-                    ++pos_;
-                    continue;
-                }
-                return Eat(']');
-            }
-        }
-        if (c == '"') {
-            std::string text;
-            if (!String(text)) {
-                return false;
-            }
-            out_[key] = text;
-            return true;
-        }
-        const std::string::size_type start = pos_;
-        while (pos_ < text_.size() && text_[pos_] != ',' && text_[pos_] != '}' &&
-               text_[pos_] != ']' && text_[pos_] != ' ') {
-            ++pos_;
-        }
-        if (pos_ == start) {
-            return false;
-        }
-        out_[key] = text_.substr(start, pos_ - start);
-        return true;
-    }
+    bool Eat(char c) { return Peek() == c && (++pos, true); }
 
     bool String(std::string& text) {
-        SkipSpace();
-        if (Peek() != '"') {
+        if (!Eat('"')) {
             return false;
         }
-        ++pos_;
-        while (pos_ < text_.size()) {
-            const char c = text_[pos_++];
+        static const std::string kEscapes = "ntrbf", kMeanings = "\n\t\r\b\f";
+        while (pos < s.size()) {
+            char c = s[pos++];
             if (c == '"') {
                 return true;
             }
-            if (c != '\\') {
-                text += c;
-                continue;
-            }
-            if (pos_ >= text_.size()) {
-                return false;
-            }
-            const char escaped = text_[pos_++];
-            switch (escaped) {
-                case 'n':
-                    text += '\n';
-                    break;
-                case 't':
-                    text += '\t';
-                    break;
-                case 'r':
-                    text += '\r';
-                    break;
-                case 'b':
-                    text += '\b';
-                    break;
-                case 'f':
-                    text += '\f';
-                    break;
-                case 'u': {
-                    if (pos_ + 4 > text_.size()) {
+            if (c == '\\') {
+                c = s[pos++];  // '\0' after a final backslash, and the string stays open
+                if (c == 'u') {
+                    if (pos + 4 > s.size()) {
                         return false;
                     }
-                    const long code = std::strtol(text_.substr(pos_, 4).c_str(), nullptr, 16);
-                    pos_ += 4;
-                    text += static_cast<char>(code < 0x80 ? code : '?');
-                    break;
+                    const long code = std::strtol(s.substr(pos, 4).c_str(), nullptr, 16);
+                    pos += 4;
+                    c = static_cast<char>(code < 0x80 ? code : '?');
+                } else if (kEscapes.find(c) != std::string::npos) {
+                    c = kMeanings[kEscapes.find(c)];
                 }
-                default:
-                    text += escaped;
-                    break;
             }
+            text += c;
         }
         return false;
     }
 
-    void SkipSpace() {
-        while (pos_ < text_.size() && (text_[pos_] == ' ' || text_[pos_] == '\t')) {
-            ++pos_;
+    // `key` is the flattened name of the value; "" only for the line's own object.
+    bool Value(const std::string& key) {
+        const char open = Peek();
+        if (open == '{' || open == '[') {
+            ++pos;
+            const char close = open == '{' ? '}' : ']';
+            if (Eat(close)) {
+                return true;
+            }
+            for (unsigned index = 0;; ++index) {
+                std::string name;
+                if (open == '[') {
+                    name = key + "." + std::to_string(index);
+                } else if (!String(name) || !Eat(':')) {
+                    return false;
+                } else if (!key.empty()) {
+                    name = key + "." + name;
+                }
+                if (!Value(name)) {
+                    return false;
+                }
+                if (!Eat(',')) {
+                    return Eat(close);
+                }
+            }
         }
-    }
-    char Peek() const { return pos_ < text_.size() ? text_[pos_] : '\0'; }
-    bool Eat(char c) {
-        SkipSpace();
-        if (Peek() != c) {
-            return false;
+        if (open == '"') {
+            std::string text;
+            return String(text) && (out[key] = text, true);
         }
-        ++pos_;
-        return true;
+        const std::size_t start = pos;
+        pos = std::min(s.find_first_of(",}] ", pos), s.size());
+        return pos != start && (out[key] = s.substr(start, pos - start), true);
     }
-
-    const std::string& text_;
-    std::map<std::string, std::string>& out_;
-    std::string::size_type pos_ = 0;
 };
 
 }  // namespace
@@ -170,18 +95,16 @@ std::string StoreRecord::Get(const std::string& key) const {
 
 long long StoreRecord::Int(const std::string& key) const {
     const std::string text = Get(key);
-    if (text == "true") {
-        return 1;
-    }
-    if (text == "false") {
-        return 0;
-    }
-    return std::strtoll(text.c_str(), nullptr, 0);
+    return text == "true" ? 1 : std::strtoll(text.c_str(), nullptr, 0);
 }
 
 bool ParseJsonObjectLine(const std::string& line, std::map<std::string, std::string>& fields) {
-    JsonFlattener parser(line, fields);
-    return parser.Object("") && parser.AtEnd();
+    Flattener parser{line, fields};
+    if (parser.Peek() != '{' || !parser.Value("")) {
+        return false;
+    }
+    parser.Peek();
+    return parser.pos == line.size();
 }
 
 std::vector<StoreRecord> ReadStoreRecords(const std::string& basePath, const std::string& workDir,
@@ -190,38 +113,34 @@ std::vector<StoreRecord> ReadStoreRecords(const std::string& basePath, const std
     std::vector<std::string> argv = {ProgramPath("mdstore"), "cat", "--json", basePath};
     argv.insert(argv.end(), extraArgs.begin(), extraArgs.end());
     const ProgramResult result = RunProgram(argv, {}, workDir);
-    std::vector<StoreRecord> records;
+    std::string problem;
     if (result.exitCode != 0) {
-        if (error != nullptr) {
-            *error = "mdstore exited " + std::to_string(result.exitCode) + ": " + result.err;
-        }
-        return records;
+        problem = "mdstore exited " + std::to_string(result.exitCode) + ": " + result.err;
     }
+    std::vector<StoreRecord> records;
     std::istringstream lines(result.out);
-    std::string line;
-    while (std::getline(lines, line)) {
+    for (std::string line; problem.empty() && std::getline(lines, line);) {
+        StoreRecord record{{}, line};
         if (line.empty()) {
             continue;
         }
-        StoreRecord record;
-        record.line = line;
         if (!ParseJsonObjectLine(line, record.fields)) {
-            if (error != nullptr) {
-                *error = "unparsable line: " + line;
-            }
-            return {};
+            problem = "unparsable line: " + line;
         }
         records.push_back(record);
+    }
+    if (!problem.empty()) {
+        records.clear();
+        if (error != nullptr) {
+            *error = problem;
+        }
     }
     return records;
 }
 
 std::vector<StoreRecord> WithOp(const std::vector<StoreRecord>& records, const std::string& op) {
     std::vector<StoreRecord> matching;
-    for (const StoreRecord& record : records) {
-        if (record.Op() == op) {
-            matching.push_back(record);
-        }
-    }
+    std::copy_if(records.begin(), records.end(), std::back_inserter(matching),
+                 [&](const StoreRecord& record) { return record.Op() == op; });
     return matching;
 }

@@ -2,7 +2,6 @@
 // is reported, and every good record around it is still read.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <algorithm>
 
 #include "DataStore.h"
@@ -12,7 +11,7 @@
 
 namespace {
 
-// A closed store of one segment with a spread of record kinds and sizes.
+// A closed store of one segment with a spread of record kinds and sizes; returns the segment.
 std::string WriteSmallStore(StoreDir& dir, unsigned bookmarks) {
     DataStoreNormal store(dir.base);
     EXPECT_TRUE(store.Open());
@@ -26,8 +25,7 @@ std::string WriteSmallStore(StoreDir& dir, unsigned bookmarks) {
         store.ReportTemp(e_Temp_1, static_cast<short>(-static_cast<int>(i)), true, 1000 + i);
     }
     store.Close();
-    EXPECT_EQ(1u, dir.Segments().size());
-    return dir.Segments().empty() ? std::string() : dir.Segments()[0];
+    return dir.Segments().at(0);
 }
 
 }  // namespace
@@ -35,49 +33,42 @@ std::string WriteSmallStore(StoreDir& dir, unsigned bookmarks) {
 TEST(StoreDamage, AJournalCutAnywhereReadsEveryRecordBeforeTheCutAndOpenCutsTheTail) {
     StoreDir dir;
     const std::string segment = WriteSmallStore(dir, 12);
-    const std::vector<unsigned char> whole = ReadBytes(segment);
-    const ReadResult original = ReadAll(segment);
+    const std::string whole = ReadFileText(segment);
+    const ReadResult original(segment);
     ASSERT_TRUE(original.problems.empty());
     ASSERT_EQ(27u, original.records.size());
-
-    // Record ends, to know how many records a cut leaves whole.
-    std::vector<std::size_t> ends;
-    std::size_t end = 16;
-    for (const ReadRecord& r : original.records) {
-        end += 16 + r.body.size();
-        ends.push_back(end);
-    }
-    ASSERT_EQ(whole.size(), ends.back());
+    ASSERT_EQ(whole.size(), original.records.back().end);
 
     const std::string cutPath = dir.env.Path("cut.mdj");
-    for (std::size_t cut = 0; cut < whole.size(); ++cut) {
-        WriteBytes(cutPath, std::vector<unsigned char>(whole.begin(), whole.begin() + cut));
-        const ReadResult read = ReadAll(cutPath);
-        std::size_t wholeRecords = 0;
-        while (wholeRecords < ends.size() && ends[wholeRecords] <= cut) {
-            ++wholeRecords;
-        }
-        ASSERT_EQ(wholeRecords, read.records.size()) << "cut at " << cut;
-        for (std::size_t i = 0; i < wholeRecords; ++i) {
-            ASSERT_TRUE(original.records[i] == read.records[i]) << "cut at " << cut;
-        }
-        const bool onBoundary = cut == 16 || (wholeRecords > 0 && ends[wholeRecords - 1] == cut);
+    for (std::size_t cut = 0, count = 0; cut < whole.size(); ++cut) {
+        count += original.records[count].end == cut ? 1 : 0;  // the records whole before the cut
+        WriteBytes(cutPath, whole.substr(0, cut));
+        const ReadResult read(cutPath);
+        ASSERT_EQ(count, read.records.size()) << "cut at " << cut;
+        ASSERT_TRUE(std::equal(read.records.begin(), read.records.end(), original.records.begin()))
+            << "cut at " << cut;
+        const bool onBoundary =
+            cut == mdj::kSegmentHeaderSize || (count > 0 && original.records[count - 1].end == cut);
         ASSERT_EQ(onBoundary ? 0u : 1u, read.problems.size()) << "cut at " << cut;
     }
 
     // A store whose last segment was cut mid-record: Open cuts it back to the last whole
     // record, tells that the run before ended uncleanly, and goes on in a new segment.
-    for (std::size_t cut : {ends[5] + 3, ends[20] + 17, ends.back() - 1}) {
+    for (std::size_t cut :
+         {original.records[5].end + 3, original.records[20].end + 17, whole.size() - 1}) {
+        std::size_t good = 0;
+        for (const ReadRecord& r : original.records) {
+            good = r.end <= cut ? r.end : good;
+        }
         StoreDir torn;
-        const std::string tornSegment = WriteSmallStore(torn, 12);
-        WriteBytes(tornSegment, std::vector<unsigned char>(whole.begin(), whole.begin() + cut));
+        const std::string tornSegment = torn.base + segment.substr(dir.base.size());
+        WriteBytes(tornSegment, whole.substr(0, cut));
         DataStoreNormal store(torn.base);
         ASSERT_TRUE(store.Open());
         store.ReportShutdownDataAtStartup();
         store.Close();
-        const std::size_t good = *(std::upper_bound(ends.begin(), ends.end(), cut) - 1);
-        EXPECT_EQ(good, ReadBytes(tornSegment).size()) << "cut at " << cut;
-        const ReadResult after = ReadAll(torn.base);
+        EXPECT_EQ(good, ReadFileText(tornSegment).size()) << "cut at " << cut;
+        const ReadResult after(torn.base);
         EXPECT_TRUE(after.problems.empty());
         ASSERT_FALSE(after.records.empty());
         const ReadRecord& startup = after.records.back();
@@ -90,39 +81,36 @@ TEST(StoreDamage, AJournalCutAnywhereReadsEveryRecordBeforeTheCutAndOpenCutsTheT
 TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
     StoreDir dir;
     const std::string segment = WriteSmallStore(dir, 2);
-    const std::vector<unsigned char> whole = ReadBytes(segment);
-    const ReadResult original = ReadAll(segment);
+    const std::string whole = ReadFileText(segment);
+    const ReadResult original(segment);
     ASSERT_TRUE(original.problems.empty());
     const std::string flippedPath = dir.env.Path("flipped.mdj");
-    for (std::size_t byte = 0; byte < whole.size(); ++byte) {
-        for (int bit = 0; bit < 8; ++bit) {
-            std::vector<unsigned char> flipped = whole;
-            flipped[byte] = static_cast<unsigned char>(flipped[byte] ^ (1u << bit));
-            WriteBytes(flippedPath, flipped);
-            const ReadResult read = ReadAll(flippedPath);
-            ASSERT_FALSE(read.problems.empty()) << "byte " << byte << " bit " << bit;
-            // Nothing misread: whatever is read is a record that was written.
-            for (const ReadRecord& r : read.records) {
-                ASSERT_NE(original.records.end(),
-                          std::find(original.records.begin(), original.records.end(), r))
-                    << "byte " << byte << " bit " << bit;
-            }
-            // At most the one record holding the bit is lost.
-            ASSERT_GE(read.records.size() + 1, original.records.size())
-                << "byte " << byte << " bit " << bit;
+    for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
+        std::string flipped = whole;
+        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+        WriteBytes(flippedPath, flipped);
+        const ReadResult read(flippedPath);
+        ASSERT_FALSE(read.problems.empty()) << "bit " << bit;
+        // Nothing misread: whatever is read is a record that was written, where it was written;
+        // at most the one record holding the bit is lost.
+        for (const ReadRecord& r : read.records) {
+            ASSERT_NE(original.records.end(),
+                      std::find(original.records.begin(), original.records.end(), r))
+                << "bit " << bit;
         }
+        ASSERT_GE(read.records.size() + 1, original.records.size()) << "bit " << bit;
     }
 
     // Garbage over the middle of a larger store: reported, and the records after it are read.
     StoreDir big;
     const std::string bigSegment = WriteSmallStore(big, 40);
-    std::vector<unsigned char> bytes = ReadBytes(bigSegment);
-    const ReadResult before = ReadAll(bigSegment);
+    std::string bytes = ReadFileText(bigSegment);
+    const ReadResult before(bigSegment);
     for (std::size_t i = 700; i < 760; ++i) {
-        bytes[i] = static_cast<unsigned char>(i * 7);
+        bytes[i] = static_cast<char>(i * 7);
     }
     WriteBytes(bigSegment, bytes);
-    const ReadResult after = ReadAll(big.base);
+    const ReadResult after(big.base);
     ASSERT_EQ(1u, after.problems.size());
     EXPECT_EQ(mdj::Problem::kDamage, after.problems[0]);
     EXPECT_GE(after.records.size() + 4, before.records.size());
@@ -134,7 +122,7 @@ TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
     const ProgramResult info = RunProgram({mdstore, "info", big.base}, {}, big.env.Root());
     EXPECT_EQ(0, info.exitCode);
     EXPECT_NE(std::string::npos, info.out.find("damage: 1 places")) << info.out;
-    // cat still prints every good record and names the damage on standard error.
+    // cat still prints every good record (and names the damage on standard error).
     std::string error;
     EXPECT_EQ(after.records.size(), ReadStoreRecords(big.base, big.env.Root(), {}, &error).size());
     EXPECT_EQ("", error);

@@ -1,13 +1,14 @@
-// Every DataStore operation reaches the files as one record with all its arguments, and
-// mdstore prints it back under the operation's name.
+// Every DataStore operation reaches the files as one record with all its arguments, mdstore
+// prints it back under the operation's name, and the files read the same on any machine.
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-#include <cstring>
+#include <unistd.h>
+#include <iterator>
 
 #include "DataStore.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
+#include "Subprocess.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ void ReportOneOfEach(DataStore& store) {
     EXPECT_TRUE(store.ReportGpsState(true, false));
     GpsStatusItem gps;
     gps.latDegrees = 48;
+    gps.latMinuteFraction = 0x89ABCDEFu;
     gps.latHemisphere = -3;
     gps.altitude = -120;
     gps.speed = 655;
@@ -41,9 +43,10 @@ void ReportOneOfEach(DataStore& store) {
     EXPECT_TRUE(store.ReportCameraState(e_Camera_1, e_CameraState_Streaming, false, 4997));
     VideoMgrStreamQualityItem quality;
     quality.streams[1].bitRateKbps = 4000000000u;
+    quality.streams[3].frameRate = 0xBEEF;
     quality.tick = 77;
     EXPECT_TRUE(store.ReportStreamQualityItem(quality, true));
-    EXPECT_TRUE(store.ReportLvsState(static_cast<e_VideoStream>(5), 2, true, false, 0xFFFFFFFFu,
+    EXPECT_TRUE(store.ReportLvsState(static_cast<e_VideoStream>(5), 2, true, false, 0x0A000005u,
                                      554, true, 5000));
     VehicleInfo vehicle;
     vehicle.vehicleId.Set("CAR 54");
@@ -62,9 +65,51 @@ void ReportOneOfEach(DataStore& store) {
     settings.preEventSeconds.Set(30);
     settings.recordAudio.Set(true);
     EXPECT_TRUE(store.ReportVideoRecordingSettings(settings, true));
+    // A snapshot of a changed state, none of an unchanged one unless forced.
+    EXPECT_TRUE(store.WriteFullState(false));
+    EXPECT_TRUE(store.WriteFullState(false));
     EXPECT_TRUE(store.WriteFullState(true));
     EXPECT_TRUE(store.ReportShutdownData());
 }
+
+// The op and then parts of the JSON line after its "at", each following the one before.
+const char* const kExpected[] = {
+    R"(WriteFullState|"force":false,"cause":"open","state":[]})",
+    R"(ReportShutdownDataAtStartup|"previousRunFound":false,"clean":false,"lastTick":4294967295})",
+    R"(ReportMac|"mac":[170,187,204,1,2,255],"flag":false})",
+    R"(ReportSystemSerialNum|"serial":"SN-0042"})",
+    R"(ReportVersion|"component":2,"version":"BUILD 7.1 \"beta\"\n"})",
+    R"(ReportConfiguration|"flag":false})",
+    R"(ReportStringData|"tag":32,"text":"Test string for filler 5000"})",
+    R"(ReportStateData|"tag":56,"flag":true,"tick":4998})",
+    R"(ReportBookmark|"tick":4999})",
+    R"(ReportGpsState|"valid":true,"flag":false})",
+    R"(ReportGps|{"latDegrees":48,"latMinutes":0,"latMinuteFraction":2309737967,)"
+    R"("latHemisphere":-3,|"altitude":-120,"speed":655,|"dataValid":1,"tick":4990},)"
+    R"("tick":4991,"flag":true})",
+    R"(ReportValidSpeed|"source":1,"valid":false})",
+    R"(ReportSpeed|"source":2,"speed":65535,"flag":true,"tick":4992,"tag":0})",
+    R"(ReportRadarState|"radar":1,"valid":true,"flag":false})",
+    R"(ReportRadar|"radar":1,"speedA":10,"speedB":20,"speedC":30,"direction":2,"flag":true,)"
+    R"("tick":0,"tag":0})",
+    R"(ReportMicPresent|"mic":3,"present":true,"flag":false,"tick":4993})",
+    R"(ReportMicState|"mic":7,"active":false,"flag":true,"tick":4994})",
+    R"(ReportTemp|"sensor":2,"value":-40,"flag":true,"tick":4995})",
+    R"(ReportVideoStreamState|"stream":3,"state":3,"flag":true,"tick":4996})",
+    R"(ReportCameraState|"port":1,"state":2,"flag":false,"tick":4997})",
+    R"(ReportStreamQualityItem|"bitRateKbps":0,|"bitRateKbps":4000000000,|"frameRate":48879,)"
+    R"("resolution":0}],"tick":77},"flag":true})",
+    R"(ReportLvsState|"stream":5,"camera":2,"highQuality":true,"enabled":false,)"
+    R"("address":167772165,"port":554,"flag":true,"tick":5000})",
+    R"(ReportVehicleInfo|"vehicleId":"CAR 54","licensePlate":"","description":"tab\there"})",
+    R"(ReportSystemInfo|"unitNumber":"U7"},"flag":true})",
+    R"(ReportDepartmentInfo|"name":"Traffic"},"flag":false})",
+    R"(ReportOfficerInfo|"name":"Smith"},"flag":true})",
+    R"(ReportVideoRecordingSettings|"preEventSeconds":30,|"recordAudio":true},"flag":true})",
+    R"(WriteFullState|"force":false,"cause":"call","state":[{)",
+    R"(WriteFullState|"force":true,"cause":"call","state":[{)",
+    R"(ReportShutdownData|})",
+};
 
 }  // namespace
 
@@ -84,98 +129,49 @@ TEST(StoreRecords, EveryOperationIsOneRecordWithAllItsArguments) {
     std::string error;
     const std::vector<StoreRecord> records = ReadStoreRecords(dir.base, dir.env.Root(), {}, &error);
     ASSERT_EQ("", error);
-    const std::vector<std::string> ops = {"WriteFullState",
-                                          "ReportShutdownDataAtStartup",
-                                          "ReportMac",
-                                          "ReportSystemSerialNum",
-                                          "ReportVersion",
-                                          "ReportConfiguration",
-                                          "ReportStringData",
-                                          "ReportStateData",
-                                          "ReportBookmark",
-                                          "ReportGpsState",
-                                          "ReportGps",
-                                          "ReportValidSpeed",
-                                          "ReportSpeed",
-                                          "ReportRadarState",
-                                          "ReportRadar",
-                                          "ReportMicPresent",
-                                          "ReportMicState",
-                                          "ReportTemp",
-                                          "ReportVideoStreamState",
-                                          "ReportCameraState",
-                                          "ReportStreamQualityItem",
-                                          "ReportLvsState",
-                                          "ReportVehicleInfo",
-                                          "ReportSystemInfo",
-                                          "ReportDepartmentInfo",
-                                          "ReportOfficerInfo",
-                                          "ReportVideoRecordingSettings",
-                                          "WriteFullState",
-                                          "ReportShutdownData"};
-    ASSERT_EQ(ops.size(), records.size());
-    for (std::size_t i = 0; i < ops.size(); ++i) {
-        EXPECT_EQ(ops[i], records[i].Op()) << records[i].line;
-        EXPECT_EQ(0u, records[i].line.find("{\"op\":")) << records[i].line;
-        EXPECT_EQ(i == 0 ? 4294967295 : 5000, records[i].Int("at")) << records[i].line;
+    ASSERT_EQ(std::size(kExpected), records.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const std::string& line = records[i].line;
+        const std::string expected = kExpected[i];
+        std::size_t at = expected.find('|');
+        ASSERT_EQ(0u, line.find("{\"op\":\"" + expected.substr(0, at) +
+                                "\",\"at\":" + (i == 0 ? "4294967295" : "5000")))
+            << line;
+        for (std::size_t from = 0; at != std::string::npos;) {
+            const std::size_t next = expected.find('|', at + 1);
+            const std::string part = expected.substr(at + 1, next - at - 1);
+            from = line.find(part, from);
+            ASSERT_NE(std::string::npos, from) << part << "\n" << line;
+            from += part.size();
+            at = next;
+        }
     }
-    EXPECT_EQ("open", records[0].Get("cause"));
-    EXPECT_FALSE(records[0].Has("state.0.op"));  // a new run starts with an empty state
-    EXPECT_EQ("false", records[1].Get("previousRunFound"));
-    EXPECT_EQ(0xaa, records[2].Int("mac.0"));
-    EXPECT_EQ(0xff, records[2].Int("mac.5"));
-    EXPECT_EQ("false", records[2].Get("flag"));
-    EXPECT_EQ("SN-0042", records[3].Get("serial"));
-    EXPECT_EQ(2, records[4].Int("component"));
-    EXPECT_EQ("BUILD 7.1 \"beta\"\n", records[4].Get("version"));
-    EXPECT_EQ(32, records[6].Int("tag"));
-    EXPECT_EQ("Test string for filler 5000", records[6].Get("text"));
-    EXPECT_EQ(56, records[7].Int("tag"));
-    EXPECT_EQ("true", records[7].Get("flag"));
-    EXPECT_EQ(4998, records[7].Int("tick"));
-    EXPECT_EQ(4999, records[8].Int("tick"));
-    EXPECT_EQ(48, records[10].Int("item.latDegrees"));
-    EXPECT_EQ(-3, records[10].Int("item.latHemisphere"));
-    EXPECT_EQ(-120, records[10].Int("item.altitude"));
-    EXPECT_EQ(655, records[10].Int("item.speed"));
-    EXPECT_EQ(4990, records[10].Int("item.tick"));
-    EXPECT_EQ(4991, records[10].Int("tick"));
-    EXPECT_EQ(65535, records[12].Int("speed"));
-    EXPECT_EQ(2, records[12].Int("source"));
-    EXPECT_EQ(30, records[14].Int("speedC"));
-    EXPECT_EQ(2, records[14].Int("direction"));
-    EXPECT_EQ(0, records[14].Int("tick"));
-    EXPECT_EQ(7, records[16].Int("mic"));
-    EXPECT_EQ(-40, records[17].Int("value"));
-    EXPECT_EQ(2, records[17].Int("sensor"));
-    EXPECT_EQ(3, records[18].Int("state"));
-    EXPECT_EQ(1, records[19].Int("port"));
-    EXPECT_EQ(4000000000ll, records[20].Int("item.streams.1.bitRateKbps"));
-    EXPECT_EQ(77, records[20].Int("item.tick"));
-    EXPECT_EQ(5, records[21].Int("stream"));
-    EXPECT_EQ(0xFFFFFFFFll, records[21].Int("address"));
-    EXPECT_EQ("true", records[21].Get("highQuality"));
-    EXPECT_EQ("false", records[21].Get("enabled"));
-    EXPECT_EQ(554, records[21].Int("port"));
-    EXPECT_EQ("CAR 54", records[22].Get("item.vehicleId"));
-    EXPECT_EQ("tab\there", records[22].Get("item.description"));
-    EXPECT_EQ("Smith", records[25].Get("item.name"));
-    EXPECT_EQ(30, records[26].Int("item.preEventSeconds"));
-    EXPECT_EQ("true", records[26].Get("item.recordAudio"));
 
-    // The snapshot the process asked for holds the last value of every state, one entry per
-    // kind and key.
-    const StoreRecord& full = records[27];
-    EXPECT_EQ("call", full.Get("cause"));
-    EXPECT_EQ("true", full.Get("force"));
-    unsigned entries = 0;
-    while (full.Has("state." + std::to_string(entries) + ".op")) {
-        ++entries;
+    // Each snapshot the process asked for holds the last value of every state, one entry per
+    // kind and key: here every record before them but the opening snapshot, as reported.
+    std::string state;
+    for (std::size_t i = 1; i < 27; ++i) {
+        std::string entry = records[i].line;
+        state += (i > 1 ? "," : "") + entry.erase(entry.find(",\"at\":5000"), 10);
     }
-    EXPECT_EQ(26u, entries) << full.line;  // all but the two snapshots and the shutdown
-    EXPECT_EQ("ReportShutdownDataAtStartup", full.Get("state.0.op"));
-    EXPECT_EQ("SN-0042", full.Get("state.2.serial"));
-    EXPECT_EQ(48, full.Int("state.9.item.latDegrees"));
+    for (std::size_t i : {27, 28}) {
+        EXPECT_NE(std::string::npos, records[i].line.find("\"state\":[" + state + "]}"))
+            << records[i].line;
+    }
+
+    // A cross build's big-endian files must print exactly as the native tool prints them.
+    const std::string hostTool = HostToolPath("mdstore");
+    if (!hostTool.empty() && hostTool != ProgramPath("mdstore")) {
+        const ProgramResult native =
+            RunProgram({hostTool, "cat", "--json", dir.base}, {}, dir.env.Root());
+        EXPECT_EQ(0, native.exitCode) << native.err;
+        std::string cross;
+        for (const StoreRecord& record : records) {
+            cross += record.line + "\n";
+        }
+        EXPECT_EQ(cross, native.out);
+        EXPECT_EQ(0, RunProgram({hostTool, "verify", dir.base}, {}, dir.env.Root()).exitCode);
+    }
 }
 
 TEST(StoreRecords, RangeFilterUsesOwnTickElseTheStoreTick) {
@@ -191,34 +187,28 @@ TEST(StoreRecords, RangeFilterUsesOwnTickElseTheStoreTick) {
     store.Close();
 
     auto ops = [&](const std::vector<std::string>& args) {
-        std::string error;
-        std::vector<std::string> names;
+        std::string error, names;
         for (const StoreRecord& r : ReadStoreRecords(dir.base, dir.env.Root(), args, &error)) {
-            names.push_back(r.Op() + ":" + r.Get("tag"));
+            names += r.Op() + ":" + r.Get("tag") + " ";
         }
         EXPECT_EQ("", error);
         return names;
     };
-    EXPECT_EQ((std::vector<std::string>{"ReportStateData:64"}),
-              ops({"--from", "100", "--to", "149"}));
-    EXPECT_EQ((std::vector<std::string>{"ReportStateData:52"}),
-              ops({"--from", "150", "--to", "150"}));
+    EXPECT_EQ("ReportStateData:64 ", ops({"--from", "100", "--to", "149"}));
+    EXPECT_EQ("ReportStateData:52 ", ops({"--from", "150", "--to", "150"}));
     // The opening snapshot came before any tick: it counts as tick 0.
-    EXPECT_EQ((std::vector<std::string>{"WriteFullState:"}), ops({"--to", "99"}));
-    EXPECT_EQ((std::vector<std::string>{"ReportSystemSerialNum:", "ReportSpeed:0"}),
-              ops({"--from", "0x12c"}));
+    EXPECT_EQ("WriteFullState: ", ops({"--to", "99"}));
+    EXPECT_EQ("ReportSystemSerialNum: ReportSpeed:0 ", ops({"--from", "0x12c"}));
 }
 
 TEST(StoreRecords, OpenRefusesAMissingOrNonDirectoryPlaceAndBuffersUntilTheNextPass) {
-    TestEnv env;
-    DataStoreNormal missing(env.Media() + "/nowhere/metadata");
-    EXPECT_FALSE(missing.Open());
-    EXPECT_FALSE(missing.ReportBookmark(1));
-    env.WriteFile("media/plain", "x");
-    DataStoreNormal notDir(env.Media() + "/plain/metadata");
-    EXPECT_FALSE(notDir.Open());
-
     StoreDir dir;
+    dir.env.WriteFile("media/plain", "x");
+    for (const char* place : {"/nowhere/metadata", "/plain/metadata"}) {
+        DataStoreNormal refused(dir.env.Media() + place);
+        EXPECT_FALSE(refused.Open()) << place;
+        EXPECT_FALSE(refused.ReportBookmark(1));
+    }
     ::chmod((dir.env.Media() + "/metadata").c_str(), 0500);
     if (::geteuid() != 0) {
         DataStoreNormal readOnly(dir.base);
@@ -230,27 +220,17 @@ TEST(StoreRecords, OpenRefusesAMissingOrNonDirectoryPlaceAndBuffersUntilTheNextP
     DataStoreNormal store(dir.base);
     ASSERT_TRUE(store.Open());
     store.TimerTick(10000);
-    ASSERT_EQ(1u, dir.Segments().size());
-    const std::size_t opened = ReadBytes(dir.Segments()[0]).size();
+    const std::string segment = dir.Segments().at(0);
+    const std::size_t opened = ReadFileText(segment).size();
     store.ReportBookmark(10000);
-    EXPECT_EQ(opened, ReadBytes(dir.Segments()[0]).size());
+    EXPECT_EQ(opened, ReadFileText(segment).size());
     store.TimerTick(10001);
-    const ReadResult flushed = ReadAll(dir.base);
-    ASSERT_EQ(2u, flushed.records.size());
+    const ReadResult flushed(dir.base);
+    EXPECT_EQ(2u, flushed.records.size());
     EXPECT_TRUE(flushed.problems.empty());
     // Without a tick source, every pass puts the data down.
     store.ReportBookmark(1);
     store.TimerTick(0xFFFFFFFFu);
-    EXPECT_EQ(3u, ReadAll(dir.base).records.size());
-    // An unchanged state is not written again unless forced.
-    store.WriteFullState(false);
-    store.ReportBookmark(2);
-    store.WriteFullState(false);
-    store.WriteFullState(false);
+    EXPECT_EQ(3u, ReadResult(dir.base).records.size());
     store.Close();
-    unsigned snapshots = 0;
-    for (const ReadRecord& r : ReadAll(dir.base).records) {
-        snapshots += r.op == 3 ? 1 : 0;
-    }
-    EXPECT_EQ(3u, snapshots);
 }
