@@ -3,6 +3,8 @@
 
 #include "events_support.h"
 
+using events::Encoded;
+
 TEST(EventsConfig, EachChangeIsStoredWithTheEventFlag) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
@@ -11,26 +13,18 @@ TEST(EventsConfig, EachChangeIsStoredWithTheEventFlag) {
     events::Bind(h, MetadataMgr::DeptInfoChangedHandler, 40003);
     events::Bind(h, MetadataMgr::SystemInfoChangedHandler, 40004);
     events::Bind(h, MetadataMgr::VideoRecordingSettingsChangedHandler, 40005);
-
-    Officer officer;
-    officer.officerId.Set("A-17");
-    officer.name.Set("Smith");
-    ASSERT_TRUE(h.DeliverItem(40002, officer));
-    officer.name.Set("Jones");
-    ASSERT_TRUE(h.DeliverItem(40002, officer));
-    VehicleInfo vehicle;
-    vehicle.vehicleId.Set("CAR 54");
-    ASSERT_TRUE(h.DeliverItem(40001, vehicle));
-    DepartmentInfo department;
-    department.name.Set("Traffic");
-    ASSERT_TRUE(h.DeliverItem(40003, department));
-    SystemInfo system;
-    system.unitNumber.Set("U-9");
-    ASSERT_TRUE(h.DeliverItem(40004, system));
-    VideoRecordingSettings settings;
-    settings.preEventSeconds.Set(30);
-    ASSERT_TRUE(h.DeliverItem(40005, settings));
-
+    // Each record is its member items back to back.
+    const std::pair<unsigned int, events::Payload> sent[] = {
+        {40002, Encoded(StringItem("A-17"), StringItem("Smith"))},
+        {40002, Encoded(StringItem("A-17"), StringItem("Jones"))},
+        {40001, Encoded(StringItem("CAR 54"), StringItem(), StringItem())},
+        {40003, Encoded(StringItem(), StringItem("Traffic"))},
+        {40004, Encoded(StringItem(), StringItem("U-9"))},
+        {40005, Encoded(UShortItem(30), UShortItem(), UShortItem(), UShortItem(), BoolItem())},
+    };
+    for (const auto& s : sent) {
+        ASSERT_TRUE(events::Send(h, s.second, s.first));
+    }
     const std::vector<std::string> expected = {
         "OfficerInfo Smith A-17 true", "OfficerInfo Jones A-17 true",
         "VehicleInfo CAR 54 true",     "DepartmentInfo Traffic true",

@@ -3,60 +3,44 @@
 
 #include "events_support.h"
 
-namespace {
-const unsigned int kGps = 40001;
-const unsigned int kRadar = 40002;
+using events::Gps;
+using events::Radar;
 
-GpsStatusItem Gps(unsigned int fix, unsigned short speed, unsigned int tick) {
-    GpsStatusItem gps;
-    gps.latDegrees = 51;
-    gps.latMinutes = 30;
-    gps.latMinuteFraction = 123456;
-    gps.latHemisphere = 1;
-    gps.lonDegrees = 359;
-    gps.lonMinutes = 7;
-    gps.lonMinuteFraction = 654321;
-    gps.lonHemisphere = 1;
-    gps.altitude = -12;
-    gps.speed = speed;
-    gps.heading = 271;
-    gps.magneticVariation = 3;
-    gps.satellitesInView = 11;
-    gps.fixStatus = fix;
-    gps.fixMode = 3;
-    gps.hdop = 9;
-    gps.satellitesUsed = 8;
-    gps.geoidSeparation = -47;
-    gps.utcTime = 0x12345678u;
-    gps.dataValid = 0xA5;
-    gps.tick = tick;
-    return gps;
-}
-
-RadarItem Radar(unsigned short status, unsigned int tick) {
-    RadarItem radar;
-    radar.status = status;
-    radar.patrolSpeed = 55;
-    radar.targetSpeed = 61;
-    radar.fastestSpeed = 72;
-    radar.lockedSpeed = 68;
-    radar.tick = tick;
-    return radar;
-}
-}  // namespace
-
-TEST(EventsGpsRadar, StoreRecordsWithAndWithoutFix) {
+TEST(EventsGpsRadar, StoreRecordsAndTheSharedRecordWithAndWithoutFix) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    events::Bind(h, MetadataMgr::GpsStatusEventHandler, kGps);
-    events::Bind(h, MetadataMgr::RadarEventHandler, kRadar);
+    events::Bind(h, MetadataMgr::GpsStatusEventHandler, 40001);
+    events::Bind(h, MetadataMgr::RadarEventHandler, 40002);
 
-    ASSERT_TRUE(h.DeliverItem(kGps, Gps(1, 19, 100)));  // 1.9 -> 1
-    ASSERT_TRUE(h.DeliverItem(kGps, Gps(7, 500, 110)));
-    ASSERT_TRUE(h.DeliverItem(kGps, Gps(0, 500, 120)));
-    h.manager->ReportGpsStatus(Gps(6, 999, 130), false);
-    ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0001, 200)));
-    ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0081, 210)));
+    ASSERT_TRUE(h.DeliverItem(40001, Gps(1, 19, 100)));  // 1.9 -> 1 in the store
+    ExpectFields({{0x04, 1, 0xA5},   {0x08, 1, 'N'},        {0x0C, 4, 51},  {0x10, 2, 30},
+                  {0x14, 4, 123456}, {0x18, 1, 'E'},        {0x1C, 4, 359}, {0x20, 2, 7},
+                  {0x24, 4, 654321}, {0x28, 2, 271},        {0x2A, 2, 11},  {0x2C, 4, 1},
+                  {0x30, 4, 3},      {0x34, 4, 9},          {0x38, 4, 8},   {0x3C, 4, -47},
+                  {0x40, 2, 19},  // raw, not divided
+                  {0x42, 2, 3},      {0x44, 4, 0x12345678}, {0x48, 4, -12}});
+    ASSERT_TRUE(h.DeliverItem(40001, Gps(7, 500, 110)));
+    // Without a fix the record is refreshed all the same; hemispheres other than 1 are S and W.
+    GpsStatusItem south = Gps(0, 40, 120);
+    south.latHemisphere = 2;
+    south.lonHemisphere = 0;
+    ASSERT_TRUE(h.DeliverItem(40001, south));
+    ExpectFields({{0x08, 1, 'S'}, {0x18, 1, 'W'}, {0x2C, 4, 0}, {0x40, 2, 40}});
+    GpsStatusItem initial = Gps(6, 999, 130);
+    initial.latHemisphere = 0;
+    h.manager->ReportGpsStatus(initial, false);
+    ExpectFields({{0x08, 1, 'S'}, {0x18, 1, 'E'}, {0x40, 2, 999}});
+
+    ASSERT_TRUE(h.DeliverItem(40002, Radar(0x0001, 200)));
+    // An invalid radar reading is written as received; GPS fields and the running mark stay.
+    ASSERT_TRUE(h.DeliverItem(40002, Radar(0x0081, 210)));
+    ExpectFields({{0x4C, 2, 0x0081},
+                  {0x4E, 2, 55},
+                  {0x50, 2, 61},
+                  {0x52, 2, 72},
+                  {0x54, 2, 68},
+                  {0x40, 2, 999},
+                  {0x00, 2, 0x0100}});
 
     const std::vector<std::string> expected = {
         "GpsState true true",   "Gps 51 true 100",         "Speed 1 1 true 100",
@@ -70,39 +54,4 @@ TEST(EventsGpsRadar, StoreRecordsWithAndWithoutFix) {
                                "ReportRadarState", "ReportRadar"},
                               {"source", "speed", "radar", "valid", "item.latDegrees", "speedA",
                                "speedB", "speedC", "direction", "flag", "tick"}));
-}
-
-TEST(EventsGpsRadar, SharedRecordHoldsTheLatestReading) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    events::Bind(h, MetadataMgr::GpsStatusEventHandler, kGps);
-    events::Bind(h, MetadataMgr::RadarEventHandler, kRadar);
-
-    ASSERT_TRUE(h.DeliverItem(kGps, Gps(2, 19, 100)));
-    ExpectFields({{0x04, 1, 0xA5},   {0x08, 1, 'N'},        {0x0C, 4, 51},  {0x10, 2, 30},
-                  {0x14, 4, 123456}, {0x18, 1, 'E'},        {0x1C, 4, 359}, {0x20, 2, 7},
-                  {0x24, 4, 654321}, {0x28, 2, 271},        {0x2A, 2, 11},  {0x2C, 4, 2},
-                  {0x30, 4, 3},      {0x34, 4, 9},          {0x38, 4, 8},   {0x3C, 4, -47},
-                  {0x40, 2, 19},  // raw, not divided
-                  {0x42, 2, 3},      {0x44, 4, 0x12345678}, {0x48, 4, -12}});
-
-    // Without a fix the record is refreshed all the same; hemispheres other than 1 are S and W.
-    GpsStatusItem south = Gps(0, 40, 101);
-    south.latHemisphere = 2;
-    south.lonHemisphere = 0;
-    ASSERT_TRUE(h.DeliverItem(kGps, south));
-    ExpectFields({{0x08, 1, 'S'}, {0x18, 1, 'W'}, {0x2C, 4, 0}, {0x40, 2, 40}});
-    south.latHemisphere = 0;
-    h.manager->ReportGpsStatus(south, true);
-    ExpectFields({{0x08, 1, 'S'}});
-
-    // An invalid radar reading is written as received; GPS fields and the running mark stay.
-    ASSERT_TRUE(h.DeliverItem(kRadar, Radar(0x0081, 200)));
-    ExpectFields({{0x4C, 2, 0x0081},
-                  {0x4E, 2, 55},
-                  {0x50, 2, 61},
-                  {0x52, 2, 72},
-                  {0x54, 2, 68},
-                  {0x40, 2, 40},
-                  {0x00, 2, 0x0100}});
 }

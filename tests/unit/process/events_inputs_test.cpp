@@ -4,16 +4,7 @@
 
 #include "events_support.h"
 
-namespace {
-FpgaExternalEventItem Inputs(unsigned int changed, unsigned int levels, unsigned int tick) {
-    FpgaExternalEventItem item;
-    item.changedMask = changed;
-    item.inputLevels = levels;
-    item.debounce = 0xFFFFFFFFu;  // not read
-    item.tick = tick;
-    return item;
-}
-}  // namespace
+using events::Inputs;
 
 TEST(EventsInputs, ChangedBitsInTableOrderWithLevelsAndLogLines) {
     ManagerHarness h;

@@ -9,24 +9,20 @@ using events::Payload;
 TEST(EventsRecording, TagsFlagsTicksAndTheZeroTickRule) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    const LinxHandler handlers[] = {MetadataMgr::RecordStartHandler, MetadataMgr::RecordStopHandler,
-                                    MetadataMgr::EnterCovertModeHandler,
-                                    MetadataMgr::ExitCovertModeHandler};
-    for (unsigned int i = 0; i < 4; ++i) {
-        events::Bind(h, handlers[i], 40001 + i);
-    }
-    struct Event {
-        unsigned int id;  // 40001 start, 40002 stop, 40003 enter, 40004 exit, or 13503
-        unsigned int tick;
-        unsigned char start;  // 13503 only
-    };
-    const Event sent[] = {
+    events::Bind(h, MetadataMgr::RecordStartHandler, 40001);
+    events::Bind(h, MetadataMgr::RecordStopHandler, 40002);
+    events::Bind(h, MetadataMgr::EnterCovertModeHandler, 40003);
+    events::Bind(h, MetadataMgr::ExitCovertModeHandler, 40004);
+    // {id, tick, start byte}: 40001 start, 40002 stop, 40003 enter, 40004 exit; the start byte
+    // only for 13503.
+    const unsigned int sent[][3] = {
         {40001, 1000, 0}, {40003, 1100, 0}, {40004, 1200, 0}, {40002, 1300, 0}, {13503, 1400, 1},
         {13503, 1500, 0}, {40002, 0, 0},    {40003, 0, 0},    {40004, 0, 0},    {13503, 0, 1},
     };
-    for (const Event& e : sent) {
-        Payload p = Payload().Add(e.tick);
-        ASSERT_TRUE(events::Send(h, e.id == 13503 ? p.Add(e.start) : p, e.id));
+    for (const auto& e : sent) {
+        Payload p = Payload().Add(e[1]);
+        ASSERT_TRUE(events::Send(
+            h, e[0] == events::kRecordStartStop ? p.Add<unsigned char>(e[2]) : p, e[0]));
     }
     {
         LogCapture log(h.env.Path("log.txt"));
@@ -37,8 +33,8 @@ TEST(EventsRecording, TagsFlagsTicksAndTheZeroTickRule) {
     {
         // Any non-zero start byte is a start; each report says what it stores (mask 128).
         LogCapture log(h.env.Path("log.txt"), 128);
-        ASSERT_TRUE(events::Send(h, Payload().Add(1700u).Add(static_cast<unsigned char>(2)),
-                                 events::kRecordStartStop));
+        ASSERT_TRUE(
+            events::Send(h, Payload().Add(1700u).Add<unsigned char>(2), events::kRecordStartStop));
         ASSERT_TRUE(events::Send(h, Payload().Add(1800u), 40004));
         EXPECT_EQ(1u, log.Lines("ReportRecordingEvent - recordStart = 1")) << log.Text();
         EXPECT_EQ(1u, log.Lines("ReportCovertModeEvent - enabled = 0")) << log.Text();

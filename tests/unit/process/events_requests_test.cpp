@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
+#include <tuple>
 
 #include "HostSeams.h"
 #include "MetadataMgrServer.h"
@@ -13,37 +13,22 @@
 using events::Payload;
 
 namespace {
-Payload CopyRequest(const std::string& name, unsigned int first, unsigned int second) {
-    Payload p;
-    p.Bytes().assign(1024, 0);
-    std::memcpy(p.Bytes().data(), name.data(), std::min<size_t>(name.size(), 1024));
-    return p.Add(first).Add(second);
-}
-
-// The answer byte of a metadata-to-file request, or -1 when none came.
-int CopyAnswer(ManagerHarness& h, int timeoutMs = 2000) {
+// Asks for a copy of [first, last] into `name`; the answer byte, or -1 when none came.
+int Copy(ManagerHarness& h, const std::string& name, unsigned int first, unsigned int last) {
     IpcMessage answer;
-    if (!h.PeerReceive(answer, events::kMetadataToFileResponse, timeoutMs) || answer.Size() != 1) {
-        return -1;
-    }
-    return answer.DataPtr()[0];
-}
-
-bool Exists(const std::string& path) {
-    return ::access(path.c_str(), F_OK) == 0;
+    const bool came =
+        events::Send(h, events::CopyRequest(name, first, last), events::kMetadataToFile) &&
+        h.PeerReceive(answer, events::kMetadataToFileResponse, 2000);
+    return came && answer.Size() == 1 ? answer.DataPtr()[0] : -1;
 }
 }  // namespace
 
-TEST(EventsRequests, PingIsAnsweredToTheSender) {
+// A ping whose answer cannot be allocated goes unanswered, and is logged. Bookmark item 0 reads
+// false when polled, an unknown item is refused, and every bookmark is stored before true is
+// pushed to each subscriber.
+TEST(EventsRequests, RefusedPingAnswerAndTheBookmarkStoredThenPublished) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    ASSERT_TRUE(h.Deliver(events::kPing, nullptr, 0));
-    IpcMessage answer;
-    ASSERT_TRUE(h.PeerReceive(answer, events::kPingResponse, 2000));
-    EXPECT_EQ(0u, answer.Size());
-    EXPECT_EQ("MetadataMgr", answer.GetSender());
-
-    // A refused allocation leaves the requester without an answer, and is logged.
     {
         LogCapture log(h.env.Path("log.txt"), 1);
         IpcMessage ping;
@@ -54,14 +39,9 @@ TEST(EventsRequests, PingIsAnsweredToTheSender) {
         hostseam::FailNextAllocations(0);
         EXPECT_EQ(1u, log.Lines("Error Allocating Message")) << log.Text();
     }
+    IpcMessage answer;
     EXPECT_FALSE(h.PeerReceive(answer, events::kPingResponse, 200));
-}
 
-// Item 0 reads false when polled, an unknown item is refused, and every bookmark is stored
-// before true is pushed to each subscriber.
-TEST(EventsRequests, BookmarkIsStoredThenPublished) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
     MetadataMgrServer* server = h.manager->Server();
     ASSERT_NE(nullptr, server);
     IpcMessage reply;
@@ -78,7 +58,6 @@ TEST(EventsRequests, BookmarkIsStoredThenPublished) {
 
     uint32_t request[2] = {0, 5001};
     ASSERT_TRUE(h.Deliver(LinxIpc::kSubscribeRequest, request, sizeof request));
-    IpcMessage answer;
     ASSERT_TRUE(h.PeerReceive(answer, LinxIpc::kSubscribeReply));
     ASSERT_EQ(1u, server->SubscriberCount(0));
     ASSERT_TRUE(events::Send(h, Payload().Add(4242u), events::kBookmark));
@@ -105,7 +84,7 @@ TEST(EventsRequests, BookmarkIsStoredThenPublished) {
               Brief(h.Records(), {"ReportBookmark"}, {"tick"}));
 }
 
-TEST(EventsRequests, MetadataToFileCopiesRefusesAndRejects) {
+TEST(EventsRequests, MetadataToFileAndTheLastSystemTick) {
     ManagerHarness h;
     ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
     ASSERT_TRUE(h.Prepare());
@@ -119,50 +98,38 @@ TEST(EventsRequests, MetadataToFileCopiesRefusesAndRejects) {
     h.env.WriteFile("tick", "1100");
     h.manager->PeriodicProcessing();
 
-    // The range [1550, 1650] (bytes 1024 and 1028): the state as of 1550, then the bookmark.
+    // The range [1550, 1650] (bytes 1024 and 1028): the state as of 1550, then the bookmark
+    // (stored at 1000, the tick of the last pass).
     const std::string copy = h.env.Path("copy.md");
-    ASSERT_TRUE(events::Send(h, CopyRequest(copy, 1550, 1650), events::kMetadataToFile));
-    EXPECT_EQ(1, CopyAnswer(h));
+    EXPECT_EQ(1, Copy(h, copy, 1550, 1650));
     std::string error;
     const std::vector<StoreRecord> copied = ReadStoreRecords(copy, h.env.Root(), {}, &error);
     ASSERT_EQ("", error);
-    ASSERT_EQ(2u, copied.size());
-    EXPECT_EQ("WriteFullState", copied[0].Op());
-    EXPECT_EQ(1550, copied[0].Int("at"));
+    EXPECT_EQ((std::vector<std::string>{"WriteFullState 1550", "Bookmark 1000 1600"}),
+              Brief(copied, {}, {"at", "tick"}));
+    ASSERT_FALSE(copied.empty());
     EXPECT_NE(std::string::npos, copied[0].line.find("\"tag\":70")) << copied[0].line;
-    EXPECT_EQ("ReportBookmark", copied[1].Op());
-    EXPECT_EQ(1600, copied[1].Int("tick"));
-
     // The destination exists now: the reader refuses and the answer says so.
-    ASSERT_TRUE(events::Send(h, CopyRequest(copy, 0, 0xFFFFFFFFu), events::kMetadataToFile));
-    EXPECT_EQ(0, CopyAnswer(h));
-
+    EXPECT_EQ(0, Copy(h, copy, 0, 0xFFFFFFFFu));
     // A name filling the whole field has no end: answered 0, nothing written.
     const std::string longName = h.env.Path(std::string(1100, 'x'));
-    ASSERT_TRUE(events::Send(h, CopyRequest(longName, 0, 0xFFFFFFFFu), events::kMetadataToFile));
-    EXPECT_EQ(0, CopyAnswer(h));
-    EXPECT_FALSE(Exists(longName.substr(0, 1024)));
-}
+    EXPECT_EQ(0, Copy(h, longName, 0, 0xFFFFFFFFu));
+    EXPECT_NE(0, ::access(longName.substr(0, 1024).c_str(), F_OK));
 
-TEST(EventsRequests, LastSystemTickCarriesItsValidity) {
-    ManagerHarness h;
-    ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
-    ASSERT_TRUE(h.Prepare());
-    struct Case {
-        const char* file;  // "" = no tick available
-        unsigned int tick;
-        unsigned char valid;
-    };
-    for (const Case& c : {Case{"0", 0, 1}, Case{"", 0xFFFFFFFFu, 0}, Case{"123456", 123456, 1}}) {
-        h.env.WriteFile("tick", c.file);
+    // The last tick with its validity: 0 is a valid tick; none read is 0xFFFFFFFF, invalid.
+    // {tick file ("" = no tick available), tick, validity}
+    const std::tuple<const char*, unsigned int, unsigned char> cases[] = {
+        {"0", 0, 1}, {"", 0xFFFFFFFFu, 0}, {"123456", 123456, 1}};
+    for (const auto& [file, tick, valid] : cases) {
+        h.env.WriteFile("tick", file);
         h.manager->PeriodicProcessing();
         ASSERT_TRUE(h.Deliver(events::kLastSystemTick, nullptr, 0));
         IpcMessage answer;
         ASSERT_TRUE(h.PeerReceive(answer, events::kLastSystemTickResponse, 2000));
         ASSERT_EQ(8u, answer.Size());
-        unsigned int tick = 0;
-        std::memcpy(&tick, answer.DataPtr(), sizeof tick);
-        EXPECT_EQ(c.tick, tick) << c.file;
-        EXPECT_EQ(c.valid, answer.DataPtr()[4]) << c.file;
+        unsigned int answered = 0;
+        std::memcpy(&answered, answer.DataPtr(), sizeof answered);
+        EXPECT_EQ(tick, answered) << file;
+        EXPECT_EQ(valid, answer.DataPtr()[4]) << file;
     }
 }

@@ -5,44 +5,16 @@
 
 #include "events_support.h"
 
-using events::Payload;
+using events::LvsState;
 
-namespace {
-const unsigned int kFirstStream = 40010;
-
-// The state item's wire form: its five members back to back in their own encodings.
-Payload LvsState(bool enabled, bool highQuality, unsigned short camera, const char* address,
-                 unsigned short port) {
-    const BoolItem en(enabled);
-    const BoolItem hq(highQuality);
-    const UShortItem cam(camera);
-    const StringItem ip(address);
-    const UShortItem prt(port);
-    Payload p;
-    p.Bytes().resize(en.Size() + hq.Size() + cam.Size() + ip.Size() + prt.Size());
-    prt.Encode(ip.Encode(cam.Encode(hq.Encode(en.Encode(p.Bytes().data())))));
-    return p;
-}
-
-// Binds the six stream handlers to kFirstStream + n.
-void BindStreams(ManagerHarness& h) {
-    const LinxHandler handlers[] = {
-        MetadataMgr::LVSStateChangeHandler_0, MetadataMgr::LVSStateChangeHandler_1,
-        MetadataMgr::LVSStateChangeHandler_2, MetadataMgr::LVSStateChangeHandler_3,
-        MetadataMgr::LVSStateChangeHandler_4, MetadataMgr::LVSStateChangeHandler_5,
-    };
-    for (unsigned int n = 0; n < 6; ++n) {
-        events::Bind(h, handlers[n], kFirstStream + n);
-    }
-}
-}  // namespace
-
-TEST(EventsStreaming, ReportsEveryFieldWithTheStoresTick) {
+TEST(EventsStreaming, EveryFieldWithTheStoresTickAndTheLogLine) {
     ManagerHarness h;
     ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
     ASSERT_TRUE(h.Prepare());
-    BindStreams(h);
-
+    const unsigned int kFirstStream = 40010;
+    for (unsigned int n = 0; n < 6; ++n) {
+        events::Bind(h, events::kStreamHandlers[n], kFirstStream + n);
+    }
     // The store's current tick is the one the last periodic pass read.
     h.env.WriteFile("tick", "777000");
     h.manager->PeriodicProcessing();
@@ -54,39 +26,35 @@ TEST(EventsStreaming, ReportsEveryFieldWithTheStoresTick) {
     h.env.WriteFile("tick", "778000");
     h.manager->PeriodicProcessing();
     ASSERT_TRUE(events::Send(h, LvsState(false, true, 258, "", 1), kFirstStream + 3));
-    ASSERT_TRUE(events::Send(h, LvsState(true, true, 1, "not.an.address", 2), kFirstStream));
-
-    const std::string address =
-        std::to_string(static_cast<unsigned int>(inet_addr("192.168.1.20")));
-    // Stream, camera (258 cut to its low byte), high quality before enabled, address, port.
-    const std::vector<std::string> expected = {
-        "LvsState 5 2 true true " + address + " 554 true 777000",
-        "LvsState 5 2 false true " + address + " 554 true 777000",
-        "LvsState 3 2 true false 4294967295 1 true 778000",
-        "LvsState 0 1 true true 4294967295 2 true 778000",
-    };
-    EXPECT_EQ(expected, Brief(h.Records(), {"ReportLvsState"},
-                              {"stream", "camera", "highQuality", "enabled", "address", "port",
-                               "flag", "tick"}));
-}
-
-TEST(EventsStreaming, LogLineOfTheReceivedState) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    BindStreams(h);
-    const Payload state = LvsState(true, false, 1, "10.0.0.5", 8554);
     {
         LogCapture log(h.env.Path("log.txt"), 16);
-        ASSERT_TRUE(events::Send(h, state, kFirstStream));
+        ASSERT_TRUE(
+            events::Send(h, LvsState(true, false, 1, "not.an.address", 8554), kFirstStream));
         EXPECT_EQ(1u, log.Count(" Rcvd ext streaming state change, stream 0  en:1  HiQual:0  "
-                                "Cam:1  Ip: 10.0.0.5  Port:8554\n"))
+                                "Cam:1  Ip: not.an.address  Port:8554\n"))
             << log.Text();
         EXPECT_EQ(1u, log.Count("\n")) << log.Text();
     }
     // The entry trace is informational, not an entry trace of the usual mask.
     for (unsigned int mask : {64u, 128u}) {
         LogCapture log(h.env.Path("log.txt"), mask);
-        ASSERT_TRUE(events::Send(h, state, kFirstStream + 1));
+        ASSERT_TRUE(events::Send(h, LvsState(true, false, 1, "10.0.0.5", 2), kFirstStream + 1));
         EXPECT_EQ(mask == 128 ? 1u : 0u, log.Count(" LVSStateChangeHandler\n")) << log.Text();
     }
+
+    const std::string address =
+        std::to_string(static_cast<unsigned int>(inet_addr("192.168.1.20")));
+    const std::string other = std::to_string(static_cast<unsigned int>(inet_addr("10.0.0.5")));
+    // Stream, camera (258 cut to its low byte), high quality before enabled, address, port.
+    const std::vector<std::string> expected = {
+        "LvsState 5 2 true true " + address + " 554 true 777000",
+        "LvsState 5 2 false true " + address + " 554 true 777000",
+        "LvsState 3 2 true false 4294967295 1 true 778000",
+        "LvsState 0 1 false true 4294967295 8554 true 778000",
+        "LvsState 1 1 false true " + other + " 2 true 778000",
+        "LvsState 1 1 false true " + other + " 2 true 778000",
+    };
+    EXPECT_EQ(expected, Brief(h.Records(), {"ReportLvsState"},
+                              {"stream", "camera", "highQuality", "enabled", "address", "port",
+                               "flag", "tick"}));
 }
