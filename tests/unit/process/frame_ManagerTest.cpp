@@ -2,35 +2,13 @@
 // output to the store, periodic work and shutdown.
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
-#include "HostInspect.h"
 #include "KvCommon.h"
 #include "ManagerHarness.h"
 #include "MediaRoot.h"
-#include "MetadataSharedMem.h"
 #include "ProcessState.h"
-
-namespace {
-
-template <typename V>
-V At(const unsigned char* block, unsigned int offset) {
-    V value;
-    std::memcpy(&value, block + offset, sizeof value);
-    return value;
-}
-
-size_t CountWith(const std::vector<StoreRecord>& records, const std::string& text) {
-    size_t count = 0;
-    for (const StoreRecord& record : records) {
-        count += record.line.find(text) != std::string::npos ? 1 : 0;
-    }
-    return count;
-}
-
-}  // namespace
 
 // PreInit writes exactly the listed fields of the shared block and leaves the rest; the
 // destructor marks the block.
@@ -43,32 +21,24 @@ TEST(FrameManager, SharedBlockInitialValuesAndEndMark) {
         std::memset(block, 0xAA, MetadataSharedMem::kBlockSize);
     }
     ASSERT_TRUE(h.Prepare());
-    unsigned char block[MetadataSharedMem::kBlockSize];
-    ASSERT_TRUE(hostinspect::ReadSharedBlock(block));
-    EXPECT_EQ(0x0100, At<uint16_t>(block, 0));
+    ExpectFields({{0, 2, 0x0100}, {52, 4, 0x07FFFFFF}, {2, 1, 0xAA}, {86, 1, 0xAA}});
+    // Two position records, and the padding after their first byte is not the manager's.
     for (unsigned int record : {8u, 24u}) {
-        EXPECT_EQ(0, block[record]);
-        EXPECT_EQ(0u, At<uint32_t>(block, record + 4));
-        EXPECT_EQ(0, At<uint16_t>(block, record + 8));
-        EXPECT_EQ(0u, At<uint32_t>(block, record + 12));
-        EXPECT_EQ(0xAA, block[record + 1]) << "padding is not the manager's";
+        ExpectFields({{record, 1, 0},
+                      {record + 4, 4, 0},
+                      {record + 8, 2, 0},
+                      {record + 12, 4, 0},
+                      {record + 1, 1, 0xAA}});
     }
-    for (unsigned int i = 40; i < 52; ++i) {
-        EXPECT_EQ(0, block[i]) << i;
+    for (unsigned int i = 40; i < 52; i += 4) {
+        ExpectFields({{i, 4, 0}});
     }
-    EXPECT_EQ(0x07FFFFFFu, At<uint32_t>(block, 52));
     for (unsigned int record : {56u, 76u}) {
-        EXPECT_EQ(0u, At<uint32_t>(block, record));
-        EXPECT_EQ(0u, At<uint32_t>(block, record + 4));
-        EXPECT_EQ(0, At<uint16_t>(block, record + 8));
-        EXPECT_EQ(0xAA, block[record + 10]);
+        ExpectFields(
+            {{record, 4, 0}, {record + 4, 4, 0}, {record + 8, 2, 0}, {record + 10, 1, 0xAA}});
     }
-    EXPECT_EQ(0xAA, block[2]);
-    EXPECT_EQ(0xAA, block[86]);
-
     h.manager.reset();
-    ASSERT_TRUE(hostinspect::ReadSharedBlock(block));
-    EXPECT_EQ(0x0001, At<uint16_t>(block, 0));
+    ExpectFields({{0, 2, 0x0001}});
 }
 
 // The first output waits for a tick, is made in full once, and a second call adds nothing.
@@ -87,30 +57,21 @@ TEST(FrameManager, FirstOutputOncePerRun) {
     h.env.WriteFile("tick", "1300");
     h.manager->InitializeStore();
 
-    // The start-up records, in their order, each once and stamped with the first valid tick.
-    std::vector<std::string> startup;
-    for (const StoreRecord& record : h.Records()) {
-        const std::string op = record.Op();
-        if (op == "ReportShutdownDataAtStartup" || op == "ReportMac" ||
-            op == "ReportSystemSerialNum" || op == "ReportConfiguration" ||
-            (op == "ReportStateData" && record.Int("tag") == 64)) {
-            startup.push_back(op);
-            if (op != "ReportShutdownDataAtStartup") {
-                EXPECT_EQ(1234, record.Int("at")) << record.line;
-            }
-            if (op == "ReportSystemSerialNum") {
-                EXPECT_EQ("SN-4711", record.Get("serial"));
-            }
-            if (op == "ReportStateData") {
-                EXPECT_EQ("true", record.Get("flag"));
-                EXPECT_EQ(0, record.Int("tick"));
-            }
-        }
-    }
+    // The start-up records, in their order, each once and (but the first) stamped with the
+    // first valid tick.
+    const std::vector<StoreRecord> records = h.Records();
+    EXPECT_EQ((std::vector<std::string>{"ShutdownDataAtStartup", "Mac", "StateData",
+                                        "SystemSerialNum", "Configuration"}),
+              Brief(records,
+                    {"ReportShutdownDataAtStartup", "ReportMac", "ReportStateData",
+                     "ReportSystemSerialNum", "ReportConfiguration"},
+                    {}));
     EXPECT_EQ(
-        (std::vector<std::string>{"ReportShutdownDataAtStartup", "ReportMac", "ReportStateData",
-                                  "ReportSystemSerialNum", "ReportConfiguration"}),
-        startup);
+        (std::vector<std::string>{"Mac 1234 false", "StateData 1234 64 true 0",
+                                  "SystemSerialNum 1234 SN-4711", "Configuration 1234 false"}),
+        Brief(records,
+              {"ReportMac", "ReportStateData", "ReportSystemSerialNum", "ReportConfiguration"},
+              {"at", "serial", "tag", "flag", "tick"}));
 }
 
 // Every pass hands the tick to the store (and the filler when forced); after Shutdown nothing
@@ -133,25 +94,24 @@ TEST(FrameManager, PeriodicWorkStopsAtShutdown) {
     h.env.WriteFile("tick", "300");
     EXPECT_EQ(250u, h.manager->GetLastSystemTick()) << "the store's tick, not the live one";
 
-    unsigned char before[MetadataSharedMem::kBlockSize];
-    ASSERT_TRUE(hostinspect::ReadSharedBlock(before));
+    const SharedBlock before;
     h.manager->Shutdown(h.ipc);
     EXPECT_TRUE(gShutdownRequested);
     gSimulatorMode = true;
     h.manager->PeriodicProcessing();
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
-    unsigned char after[MetadataSharedMem::kBlockSize];
-    ASSERT_TRUE(hostinspect::ReadSharedBlock(after));
-    EXPECT_EQ(0, std::memcmp(before, after, sizeof before));
     gSimulatorMode = false;
+    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
+    EXPECT_EQ(0, std::memcmp(before.bytes, SharedBlock().bytes, sizeof before.bytes));
 
     std::string error;
-    const std::vector<StoreRecord> records =
-        ReadStoreRecords(gMetadataPath, h.env.Root(), {}, &error);
+    std::string all;
+    for (const StoreRecord& record : ReadStoreRecords(gMetadataPath, h.env.Root(), {}, &error)) {
+        all += record.line + "\n";
+    }
     EXPECT_EQ("", error);
-    EXPECT_EQ(1u, CountWith(records, "Test string for filler 100"));
-    EXPECT_EQ(1u, CountWith(records, "Test string for filler 250"));
-    EXPECT_EQ(0u, CountWith(records, "Test string for filler 300"));
+    EXPECT_EQ(1u, Count(all, "Test string for filler 100\""));
+    EXPECT_EQ(1u, Count(all, "Test string for filler 250\""));
+    EXPECT_EQ(0u, Count(all, "Test string for filler 300"));
 }
 
 // Built against the host platform, MEDIA_ROOT moves the media root; empty or unset, it is the

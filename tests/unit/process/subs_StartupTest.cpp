@@ -1,147 +1,195 @@
-// Start-up subscriptions against servers played by the test through the real protocol.
+// Start-up subscriptions against servers played by the test through the real protocol: order
+// and initial values, environment switches, refusals and the watchdog.
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "HostInspect.h"
-#include "ManagerHarness.h"
-#include "subs_Vehicle.h"
+#include "subs_Servers.h"
 
 TEST(SubsStartup, EveryServerSubscribedInOrderWithInitialValuesAndFullStateLast) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    Vehicle vehicle;
-    ServerFarm farm;
-    vehicle.Populate(farm);
-    farm.Start();
-    ASSERT_TRUE(h.manager->SubscribeToServers(h.ipc, true));
-    farm.Stop();
+    Rig rig;
+    rig.farm.SetRecording("REID-0042");
+    ASSERT_TRUE(rig.StartUp());
 
     // Every notification id of the table reaches the manager's endpoint for its item.
-    struct Notice {
-        e_Process process;
-        unsigned int itemId;
-        unsigned int notifyId;
-        Item& value;
-    };
-    const Notice notices[] = {
-        {e_Process_ConfigMgr, 10, 13492, vehicle.vehicle},
-        {e_Process_ConfigMgr, 7, 13493, vehicle.system},
-        {e_Process_ConfigMgr, 11, 13494, vehicle.department},
-        {e_Process_ConfigMgr, 12, 13495, vehicle.officer},
-        {e_Process_ConfigMgr, 13, 13496, vehicle.recording},
-        {e_Process_Fpga, 17, 13497, vehicle.inputs},
-        {e_Process_GpsHal, 1, 13504, vehicle.gps},
-        {e_Process_StateMgr, StateMgrClient::kRecordStartItem, 13505, vehicle.stateEvent},
-        {e_Process_StateMgr, StateMgrClient::kRecordStopItem, 13506, vehicle.stateEvent},
-        {e_Process_StateMgr, StateMgrClient::kEnterCovertModeItem, 13507, vehicle.stateEvent},
-        {e_Process_StateMgr, StateMgrClient::kExitCovertModeItem, 13508, vehicle.stateEvent},
-        {e_Process_RadarHal, 1, 13510, vehicle.radar},
-        {e_Process_MicMgr, 0, 13511, vehicle.mics},
-        {e_Process_AccelHal, 1, 13512, vehicle.crash},
-        {e_Process_VideoMgr, 0, 13513, vehicle.cameras},
-        {e_Process_VideoMgr, 1, 13514, vehicle.quality},
-        {e_Process_TempHal, 0, 13515, vehicle.temps},
-        {e_Process_ExternalMgr, 16, 18952, vehicle.stream},
-        {e_Process_ExternalMgr, 17, 18953, vehicle.stream},
-        {e_Process_ExternalMgr, 18, 18954, vehicle.stream},
-        {e_Process_ExternalMgr, 19, 18955, vehicle.stream},
-        {e_Process_ExternalMgr, 20, 18956, vehicle.stream},
-        {e_Process_ExternalMgr, 21, 18957, vehicle.stream},
-    };
-    for (const Notice& n : notices) {
-        SCOPED_TRACE(n.notifyId);
-        ItemServer* server = farm.Find(n.process);
-        ASSERT_NE(nullptr, server);
-        EXPECT_EQ(1u, server->SubscriberCount(n.itemId));
-        EXPECT_EQ(1, server->NotifySubscribers(n.itemId, n.value));
+    for (const Vehicle::Row& row : rig.vehicle.rows) {
+        SCOPED_TRACE(row.notifyId);
+        ItemServer& server = *rig.farm.Find(row.process);
+        EXPECT_EQ(1u, server.SubscriberCount(row.itemId));
+        EXPECT_EQ(1, server.NotifySubscribers(row.itemId, *row.value));
         IpcMessage received;
-        EXPECT_EQ(0, h.ipc.Receive(2000, n.notifyId, LinxIpc::emptyString, &received));
+        EXPECT_EQ(0, rig.h.ipc.Receive(2000, row.notifyId, LinxIpc::emptyString, &received));
     }
-
     hostinspect::WatchdogStatus watchdog;
     ASSERT_TRUE(hostinspect::ReadWatchdog(e_Process_MetadataMgr, e_Thread_Main, watchdog));
     EXPECT_TRUE(watchdog.subscribed);
     EXPECT_EQ(45u, watchdog.timeoutSeconds);
 
-    const std::vector<StoreRecord> records = h.Records();
-    // The configuration comes first, before the start-up records, in the table's order.
-    int at = Find(records, 0, "ReportVehicleInfo", "flag", "false");
-    ASSERT_GE(at, 0);
-    EXPECT_NE(std::string::npos, records[at].line.find("CAR-17"));
-    for (const char* op : {"ReportSystemInfo", "ReportDepartmentInfo", "ReportOfficerInfo",
-                           "ReportVideoRecordingSettings"}) {
-        at = Find(records, at, op, "flag", "false");
-        ASSERT_GE(at, 0) << op;
-    }
-    EXPECT_LT(at, Find(records, 0, "ReportStateData", "tag", "64"));
-    // Every input once, unmarked or not, with the server's levels.
-    const int inputs = Find(records, at, "ReportStateData", "flag", "false");
-    ASSERT_GE(inputs, 0);
-    EXPECT_EQ(std::set<long long>({52, 54, 57, 61, 63, 69}), TagsWithFlag(records, "false"));
-    // Then GPS, radar, microphones, cameras and stream quality, crash, temperatures.
-    at = Find(records, inputs, "ReportGpsState", "flag", "false");
-    ASSERT_GE(at, 0);
-    at = Find(records, at, "ReportSpeed", "source", "1");
-    ASSERT_GE(at, 0);
-    EXPECT_EQ(19, records[at].Int("speed"));
-    at = Find(records, at, "ReportRadarState", "flag", "false");
-    ASSERT_GE(at, 0);
-    at = Find(records, at, "ReportSpeed", "source", "2");
-    ASSERT_GE(at, 0);
-    EXPECT_EQ(50, records[at].Int("speed"));
-    at = Find(records, at, "ReportMicPresent", "mic", "1");
-    ASSERT_GE(at, 0);
-    EXPECT_EQ("false", records[at].Get("flag"));
-    at = Find(records, at, "ReportStreamQualityItem", "flag", "false");
-    ASSERT_GE(at, 0);
-    // The crash state has no initial flag of its own: it is always stored as an event.
-    at = Find(records, at, "ReportStateData", "tag", "66");
-    ASSERT_GE(at, 0);
-    EXPECT_EQ("true", records[at].Get("flag"));
-    EXPECT_EQ(3000, records[at].Int("tick"));
-    at = Find(records, at, "ReportTemp", "flag", "false");
-    ASSERT_GE(at, 0);
-    // No streaming state enters at subscription, and no recording was running.
-    EXPECT_EQ(-1, Find(records, 0, "ReportLvsState"));
-    EXPECT_EQ(-1, Find(records, 0, "ReportStateData", "tag", "70"));
-    ASSERT_FALSE(records.empty());
-    EXPECT_EQ("WriteFullState/call", LastOp(records));
-    EXPECT_GT(Find(records, at, "WriteFullState", "cause", "call"), at);
-}
-
-TEST(SubsStartup, RecordingInProgressIsMarkedOnceBeforeTheFullState) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    Vehicle vehicle;
-    ServerFarm farm;
-    vehicle.Populate(farm);
-    farm.SetRecording("REID-0042");
-    farm.Start();
-    ASSERT_TRUE(h.manager->SubscribeToServers(h.ipc, false));
-    farm.Stop();
-
-    const std::vector<StoreRecord> records = h.Records();
-    const int marked = Find(records, 0, "ReportStateData", "tag", "70");
-    ASSERT_GE(marked, 0);
-    EXPECT_EQ("false", records[marked].Get("flag"));
-    EXPECT_EQ(0, records[marked].Int("tick"));
-    EXPECT_EQ(-1, Find(records, marked + 1, "ReportStateData", "tag", "70"));
-    EXPECT_EQ("WriteFullState/call", LastOp(records));
-    EXPECT_GT(Find(records, marked, "WriteFullState", "cause", "call"), marked);
+    // The configuration with the flag false, then the start-up records (64), every input once
+    // with the server's levels though none was marked, GPS and radar with their speeds, the
+    // microphone, cameras and stream quality, the crash state (always an event), temperatures,
+    // the recording found running, and the full state last. No streaming state enters.
+    EXPECT_EQ(
+        "WriteFullState open, VehicleInfo CAR-17 false, SystemInfo false, "
+        "DepartmentInfo false, OfficerInfo false, VideoRecordingSettings false, "
+        "ShutdownDataAtStartup, Mac false, StateData 64 true 0, SystemSerialNum, "
+        "Configuration false, StateData 52 false 0, StateData 57 false 0, "
+        "StateData 54 false 0, StateData 61 false 0, StateData 63 false 0, "
+        "StateData 69 false 0, GpsState false, Gps false 0, Speed 0 1 19 false 0, "
+        "RadarState false, Radar 0 false 0, Speed 0 2 50 false 0, MicPresent 1 false 0, "
+        "MicState 1 false 0, CameraState false 0, CameraState false 0, CameraState false 0, "
+        "CameraState false 0, StreamQualityItem false, StateData 66 true 3000, "
+        "Temp false 0, Temp false 0, Temp false 0, Temp false 0, StateData 70 false 0, "
+        "WriteFullState call, ShutdownData",
+        Joined(
+            Brief(rig.h.Records(), {},
+                  {"item.vehicleId", "tag", "mic", "source", "speed", "flag", "tick", "cause"})));
 }
 
 TEST(SubsStartup, RefusedWatchdogEndsTheStartUpSilently) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    Vehicle vehicle;
-    ServerFarm farm;
-    vehicle.Populate(farm);
-    farm.SetRecording("REID-0042");
     ScopedEnv refuse("HOST_WATCHDOG_REFUSE", "1");
-    LogCapture log(h.env.Path("log.txt"));
-    farm.Start();
-    EXPECT_FALSE(h.manager->SubscribeToServers(h.ipc, false));
-    farm.Stop();
+    Rig rig;
+    rig.farm.SetRecording("REID-0042");
+    LogCapture log(rig.h.env.Path("log.txt"));
+    EXPECT_FALSE(rig.StartUp());
     EXPECT_FALSE(log.Contains("Failed to subscribe"));
-    // Nothing after the watchdog: no recording mark.
-    EXPECT_EQ(-1, Find(h.Records(), 0, "ReportStateData", "tag", "70"));
+    // Nothing after the watchdog: no recording mark, no full state.
+    const std::string all = Joined(Brief(rig.h.Records(), {}, {"tag", "cause"}));
+    EXPECT_EQ(std::string::npos, all.find("StateData 70")) << all;
+    EXPECT_EQ(std::string::npos, all.find("WriteFullState call")) << all;
+}
+
+// Switches that remove the client skip the server entirely; only the state manager's is
+// silent. The start-up records are written all the same.
+TEST(SubsStartup, SwitchesThatRemoveTheClient) {
+    const std::set<e_Process> removed = {e_Process_ConfigMgr, e_Process_StateMgr,
+                                         e_Process_MicMgr,    e_Process_VideoMgr,
+                                         e_Process_AccelHal,  e_Process_TempHal};
+    std::vector<std::unique_ptr<ScopedEnv>> switches;
+    for (const char* name : {"NO_CONFIGMGR", "RUN_WITHOUT_STATEMGR", "NO_MICMGR", "NO_VIDEOMGR",
+                             "NO_ACCELHAL", "NO_TEMPHAL"}) {
+        switches.emplace_back(new ScopedEnv(name, ""));  // any value counts, even an empty one
+    }
+    Rig rig(removed);
+    // Only the masks of the lines looked for: "set to ignore" is 32, failures are 1.
+    LogCapture log(rig.h.env.Path("log.txt"), 32 | 1);
+    ASSERT_TRUE(rig.StartUp());
+
+    for (e_Process process : removed) {
+        EXPECT_EQ(nullptr, rig.h.manager->ClientOf(process)) << process;
+    }
+    EXPECT_NE(nullptr, rig.h.manager->ClientOf(e_Process_ExternalMgr));
+    for (const std::string name : {"ConfigMgr", "MicMgr", "VideoMgr", "AccelHal", "TempHal"}) {
+        EXPECT_EQ(1, log.Lines("SubscribeTo" + name + " - set to ignore " + name + " ")) << name;
+    }
+    EXPECT_EQ(5, log.Count("set to ignore"));
+    EXPECT_FALSE(log.Contains("Failed"));
+    EXPECT_TRUE(WatchdogRegistered());
+
+    // Nothing from the servers switched off (no crash state either), and no recording mark
+    // when none runs; the start-up records are written all the same.
+    EXPECT_EQ(
+        "WriteFullState open, ShutdownDataAtStartup, Mac false, StateData 64 true, "
+        "SystemSerialNum, Configuration false, StateData 52 false, StateData 57 false, "
+        "StateData 54 false, StateData 61 false, StateData 63 false, StateData 69 false, "
+        "GpsState false, Gps false, Speed 0 false, RadarState false, Radar 0 false, "
+        "Speed 0 false, WriteFullState call, ShutdownData",
+        Joined(Brief(rig.h.Records(), {}, {"tag", "flag", "cause"})));
+}
+
+// Switches that keep the client ask nothing of the server (which is there) and report a
+// default item: inputs all off, GPS without a fix, radar a valid reading of zeros.
+TEST(SubsStartup, SwitchesThatKeepTheClientReportADefaultItem) {
+    ScopedEnv noFpga("NO_FPGA", "0");
+    ScopedEnv noGps("NO_GPSHAL", "1");
+    ScopedEnv noRadar("NO_RADARHAL", "yes");
+    Rig rig;
+    LogCapture log(rig.h.env.Path("log.txt"));
+    ASSERT_TRUE(rig.StartUp());
+
+    for (const Vehicle::Row& row : rig.vehicle.rows) {
+        const bool off = row.process == e_Process_Fpga || row.process == e_Process_GpsHal ||
+                         row.process == e_Process_RadarHal;
+        EXPECT_EQ(off ? 0u : 1u, rig.farm.Find(row.process)->SubscriberCount(row.itemId))
+            << row.notifyId;
+        if (off) {
+            ASSERT_NE(nullptr, rig.h.manager->ClientOf(row.process));
+            EXPECT_EQ(0u, rig.h.manager->ClientOf(row.process)->SubscriptionCount());
+        }
+    }
+    EXPECT_FALSE(log.Contains("set to ignore"));
+    EXPECT_EQ(
+        "StateData 64 true, StateData 53 false, StateData 57 false, StateData 55 false, "
+        "StateData 61 false, StateData 63 false, StateData 69 false, GpsState false false, "
+        "ValidSpeed 1 false, RadarState false true, StateData 66 true",
+        Joined(Brief(rig.h.Records(),
+                     {"ReportStateData", "ReportGpsState", "ReportValidSpeed", "ReportRadarState"},
+                     {"tag", "source", "flag", "valid"})));
+}
+
+// A refusal stops the start-up at that server with the server operation's message and the
+// start-up's (both mask 1); every earlier item holds, nothing later is asked, the refusing
+// server's client stays for a later attempt, and no watchdog is registered.
+TEST(SubsStartup, RefusalStopsTheStartUpAtThatServerWithBothMessages) {
+    struct Refusal {
+        e_Process process;
+        unsigned int itemId;
+        const char* own;   // the server operation's message
+        const char* step;  // the start-up's message
+    };
+    const Refusal refusals[] = {
+        {e_Process_ConfigMgr, 11, "MetadataMgr - Failed to subscribe to DepartmentInfo",
+         "MetadataMgr - Failed to subscribe to ConfigMgr"},
+        {e_Process_Fpga, 17, "MetadataMgr - Failed to subscribe to External Events",
+         "MetadataMgr - Failed to subscribe to External Events"},
+        {e_Process_StateMgr, StateMgrClient::kEnterCovertModeItem,
+         "MetadataMgr - Failed to subscribe to StateMgr Enter Covert Mode Event",
+         "MetadataMgr - Failed to subscribe to StateMgr Events"},
+        {e_Process_VideoMgr, 1, "Failed to subscribe to Video Mgr Events",
+         "MetadataMgr - Failed to subscribe to VideoMgr Events"},
+        {e_Process_AccelHal, 1, "Failed to subscribe to Mic Mgr Events",
+         "MetadataMgr - Failed to subscribe to Accelerometer Events"},
+        {e_Process_TempHal, 0, "Failed to subscribe to TempHal Events",
+         "MetadataMgr::SubscribeToServers - Failed to subscribe to TempHal Events"},
+        {e_Process_ExternalMgr, 19, "Failed to subscribe to ExternalMgr LVS state changes",
+         "MetadataMgr - Failed to subscribe to LVS state changes"},
+    };
+    for (const Refusal& refusal : refusals) {
+        SCOPED_TRACE(refusal.own);
+        Rig rig;
+        rig.farm.Find(refusal.process)->Refuse(refusal.itemId);
+        LogCapture log(rig.h.env.Path("log.txt"), 1);
+        EXPECT_FALSE(rig.StartUp());
+
+        const unsigned int same = std::string(refusal.own) == refusal.step ? 2 : 1;
+        EXPECT_EQ(same, log.Lines(refusal.own));
+        EXPECT_EQ(same, log.Lines(refusal.step));
+        EXPECT_EQ(2, log.Count("Failed"));
+        bool after = false;
+        for (const Vehicle::Row& row : rig.vehicle.rows) {
+            const bool refused = row.process == refusal.process && row.itemId == refusal.itemId;
+            after = after || refused;
+            EXPECT_EQ(after ? 0u : 1u, rig.farm.Find(row.process)->SubscriberCount(row.itemId))
+                << row.notifyId;
+            if (after && row.process != refusal.process) {
+                EXPECT_EQ(nullptr, rig.h.manager->ClientOf(row.process)) << row.notifyId;
+            }
+        }
+        EXPECT_NE(nullptr, rig.h.manager->ClientOf(refusal.process));
+        EXPECT_FALSE(WatchdogRegistered());
+
+        const std::string all = Joined(Brief(rig.h.Records(), {}, {"tag"}));
+        if (refusal.process == e_Process_ConfigMgr) {
+            // No configuration value goes out unless all five were given, and the start-up
+            // records wait for the configuration.
+            EXPECT_EQ(std::string::npos, all.find("VehicleInfo")) << all;
+            EXPECT_EQ(std::string::npos, all.find("StateData 64")) << all;
+        }
+        if (refusal.process == e_Process_VideoMgr) {
+            // The camera subscription held, but neither value is stored.
+            EXPECT_EQ(std::string::npos, all.find("CameraState")) << all;
+            EXPECT_EQ(std::string::npos, all.find("StreamQualityItem")) << all;
+        }
+    }
 }
