@@ -4,31 +4,29 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
+#include <functional>
 #include <sstream>
 #include <thread>
 
 #include "TestEnv.h"
 
-extern char** environ;
-
 namespace {
 
-std::vector<std::string> SplitWords(const std::string& text) {
-    std::vector<std::string> words;
-    std::istringstream in(text);
-    std::string word;
-    while (in >> word) {
-        words.push_back(word);
-    }
-    return words;
-}
-
 std::atomic<unsigned> gSequence{0};
+
+bool PollUntil(const std::function<bool()>& done, int timeoutMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
 
 }  // namespace
 
@@ -52,58 +50,36 @@ Subprocess::Subprocess(std::vector<std::string> argv, std::vector<std::string> e
         workDir + "/proc" + std::to_string(::getpid()) + "_" + std::to_string(gSequence++);
     outPath_ = stem + ".out";
     errPath_ = stem + ".err";
-    inPath_ = stem + ".in";
 }
 
 Subprocess::~Subprocess() {
-    if (pid_ > 0 && !reaped_) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, &status_, 0);
-    }
+    Wait(0);
 }
 
-bool Subprocess::Start(const std::string& stdinText) {
-    {
-        int fd = ::open(inPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (fd < 0) {
-            return false;
-        }
-        if (!stdinText.empty() && ::write(fd, stdinText.data(), stdinText.size()) !=
-                                      static_cast<ssize_t>(stdinText.size())) {
-            ::close(fd);
-            return false;
-        }
-        ::close(fd);
-    }
+bool Subprocess::Start() {
     // Native tools of the host build (HostToolPath) run as they are, not through the emulator.
     const std::string hostTools = HOST_TOOLS_DIR;
-    const bool native = !hostTools.empty() && !argv_.empty() &&
-                        argv_[0].compare(0, hostTools.size() + 1, hostTools + "/") == 0;
-    std::vector<std::string> args = native ? std::vector<std::string>() : SplitWords(TEST_EMULATOR);
+    const bool native =
+        !hostTools.empty() && !argv_.empty() && argv_[0].rfind(hostTools + "/", 0) == 0;
+    std::istringstream emulator(native ? "" : TEST_EMULATOR);
+    std::vector<std::string> args;
+    for (std::string word; emulator >> word;) {
+        args.push_back(word);
+    }
     args.insert(args.end(), argv_.begin(), argv_.end());
 
     pid_ = ::fork();
-    if (pid_ < 0) {
-        return false;
-    }
     if (pid_ == 0) {
-        for (const std::string& entry : env_) {
-            const std::string::size_type eq = entry.find('=');
-            if (eq == std::string::npos) {
-                ::unsetenv(entry.c_str());
-            } else {
-                ::setenv(entry.substr(0, eq).c_str(), entry.substr(eq + 1).c_str(), 1);
-            }
+        for (std::string& entry : env_) {
+            ::putenv(&entry[0]);  // glibc removes the variable for an entry without '='
         }
-        int in = ::open(inPath_.c_str(), O_RDONLY);
-        int out = ::open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        int err = ::open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        if (in < 0 || out < 0 || err < 0) {
+        const int in = ::open("/dev/null", O_RDONLY);
+        const int out = ::open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int err = ::open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        if (in < 0 || out < 0 || err < 0 || ::dup2(in, 0) < 0 || ::dup2(out, 1) < 0 ||
+            ::dup2(err, 2) < 0) {
             ::_exit(126);
         }
-        ::dup2(in, 0);
-        ::dup2(out, 1);
-        ::dup2(err, 2);
         std::vector<char*> cargs;
         for (std::string& arg : args) {
             cargs.push_back(&arg[0]);
@@ -112,39 +88,28 @@ bool Subprocess::Start(const std::string& stdinText) {
         ::execvp(cargs[0], cargs.data());
         ::_exit(127);
     }
-    return true;
+    return pid_ > 0;
 }
 
 bool Subprocess::Running() {
-    if (pid_ <= 0 || reaped_) {
-        return false;
-    }
-    if (::waitpid(pid_, &status_, WNOHANG) == pid_) {
+    if (pid_ > 0 && !reaped_ && ::waitpid(pid_, &status_, WNOHANG) == pid_) {
         reaped_ = true;
-        return false;
     }
-    return true;
+    return pid_ > 0 && !reaped_;
 }
 
 void Subprocess::Signal(int signal) {
-    if (pid_ > 0 && !reaped_) {
+    if (Running()) {
         ::kill(pid_, signal);
     }
 }
 
 ProgramResult Subprocess::Wait(int timeoutMs) {
-    ProgramResult result;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (Running()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            result.timedOut = true;
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, &status_, 0);
-            reaped_ = true;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    if (!PollUntil([this] { return !Running(); }, timeoutMs)) {
+        ::kill(pid_, SIGKILL);
+        reaped_ = ::waitpid(pid_, &status_, 0) == pid_;
     }
+    ProgramResult result;
     if (reaped_) {
         result.exitCode = WIFEXITED(status_) ? WEXITSTATUS(status_) : 128 + WTERMSIG(status_);
     }
@@ -160,35 +125,16 @@ std::string Subprocess::Err() const {
     return ReadFileText(errPath_);
 }
 
-namespace {
-bool WaitForText(const std::string& path, const std::string& text, int timeoutMs) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        if (ReadFileText(path).find(text) != std::string::npos) {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-}
-}  // namespace
-
-bool Subprocess::WaitForErr(const std::string& text, int timeoutMs) const {
-    return WaitForText(errPath_, text, timeoutMs);
-}
 bool Subprocess::WaitForOut(const std::string& text, int timeoutMs) const {
-    return WaitForText(outPath_, text, timeoutMs);
+    return PollUntil([&] { return Out().find(text) != std::string::npos; }, timeoutMs);
+}
+bool Subprocess::WaitForErr(const std::string& text, int timeoutMs) const {
+    return PollUntil([&] { return Err().find(text) != std::string::npos; }, timeoutMs);
 }
 
 ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                         const std::string& workDir, const std::string& stdinText, int timeoutMs) {
+                         const std::string& workDir, int timeoutMs) {
     Subprocess process(argv, env, workDir);
-    if (!process.Start(stdinText)) {
-        ProgramResult failed;
-        failed.err = "could not start " + (argv.empty() ? std::string() : argv[0]);
-        return failed;
-    }
+    process.Start();
     return process.Wait(timeoutMs);
 }

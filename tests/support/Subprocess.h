@@ -5,48 +5,46 @@
 #include <string>
 #include <vector>
 
-// build/<preset>/bin/<name>
+// The program `name` of this build.
 std::string ProgramPath(const std::string& name);
 // The native tool of the host build (for cross-build tests), "" when it was not built.
 std::string HostToolPath(const std::string& name);
 
 struct ProgramResult {
-    int exitCode = -1;  // exit status, or 128 + signal
-    bool timedOut = false;
-    std::string out;  // standard output
-    std::string err;  // standard error
+    int exitCode = -1;  // exit status, 128 + signal, or -1 when it could not start
+    std::string out;    // standard output
+    std::string err;    // standard error
 };
 
+// A program running beside the test. Its standard input is empty; its output goes to files
+// under `workDir`, so it can be read while the program runs.
 class Subprocess {
 public:
     // argv[0] is the program's path. `env` entries ("NAME=value") are added to this process's
-    // environment; "NAME" alone removes the variable. Output goes to files under `workDir`.
+    // environment; "NAME" alone removes the variable.
     Subprocess(std::vector<std::string> argv, std::vector<std::string> env,
                const std::string& workDir);
     ~Subprocess();  // kills a program still running
     Subprocess(const Subprocess&) = delete;
     Subprocess& operator=(const Subprocess&) = delete;
 
-    // `stdinText` is fed through a file; the program sees end of file after it.
-    bool Start(const std::string& stdinText = "");
-    bool Running();
+    bool Start();
     void Signal(int signal);
     // Waits up to timeoutMs; kills the program when it is still running then.
     ProgramResult Wait(int timeoutMs);
-    // Output so far.
-    std::string Out() const;
+    std::string Out() const;  // output so far
     std::string Err() const;
-    // Waits until standard error contains `text`; false after timeoutMs.
-    bool WaitForErr(const std::string& text, int timeoutMs) const;
+    // Wait until the output holds `text`; false after timeoutMs.
     bool WaitForOut(const std::string& text, int timeoutMs) const;
-    pid_t Pid() const { return pid_; }
+    bool WaitForErr(const std::string& text, int timeoutMs) const;
 
 private:
+    bool Running();
+
     std::vector<std::string> argv_;
     std::vector<std::string> env_;
     std::string outPath_;
     std::string errPath_;
-    std::string inPath_;
     pid_t pid_ = -1;
     int status_ = 0;
     bool reaped_ = false;
@@ -54,5 +52,4 @@ private:
 
 // Runs a program to its end.
 ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                         const std::string& workDir, const std::string& stdinText = "",
-                         int timeoutMs = 60000);
+                         const std::string& workDir, int timeoutMs = 60000);

@@ -3,27 +3,19 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-
-#include <ftw.h>
-
-namespace {
-int RemoveEntry(const char* path, const struct stat*, int, struct FTW*) {
-    return ::remove(path);
-}
-}  // namespace
 
 TestEnv::TestEnv() {
     const char* tmp = std::getenv("TMPDIR");
     std::string pattern =
         std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mmtest.XXXXXX";
-    char* made = ::mkdtemp(&pattern[0]);
-    if (made == nullptr) {
+    if (::mkdtemp(&pattern[0]) == nullptr) {
         throw std::runtime_error("mkdtemp failed for " + pattern);
     }
-    root_ = made;
+    root_ = pattern;
     domain_ = root_ + "/domain";
     media_ = root_ + "/media";
     ::mkdir(domain_.c_str(), 0770);
@@ -34,14 +26,14 @@ TestEnv::TestEnv() {
 
 TestEnv::~TestEnv() {
     if (std::getenv("KEEP_TEST_FILES") == nullptr) {
-        ::nftw(root_.c_str(), RemoveEntry, 16, FTW_DEPTH | FTW_PHYS);
+        std::error_code ignored;
+        std::filesystem::remove_all(root_, ignored);
     }
 }
 
 std::string TestEnv::WriteFile(const std::string& relative, const std::string& text) const {
     const std::string path = Path(relative);
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
     return path;
 }
 
