@@ -1,22 +1,54 @@
-// Messages and endpoints of the host IPC layer, between real sockets of a private domain.
+// Messages, endpoints and the subscribe protocol of the host IPC layer, between real sockets
+// of a private domain. Subscribing to real servers, refusals, notices and renewals after a
+// restart are proven by the manager's start-up and restart tests; here only what those cannot
+// provoke.
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
+#include "ExternalMgrApi.h"
 #include "HostSeams.h"
-#include "IpcTestSupport.h"
+#include "Item.h"
 #include "LinxServerNameList.h"
+#include "StreamMgrApi.h"
+#include "Subscribe.h"
 #include "TestEnv.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+const std::string kAny;  // empty: any sender
+
+std::string Text(const IpcMessage& message) {
+    return message.Size() == 0
+               ? std::string()
+               : std::string(reinterpret_cast<const char*>(message.DataPtr()), message.Size());
+}
+
+// Native-order words, as the subscribe protocol and the notices carry them.
+std::string Words(std::initializer_list<std::uint32_t> words) {
+    std::string bytes;
+    for (std::uint32_t word : words) {
+        bytes.append(reinterpret_cast<const char*>(&word), sizeof word);
+    }
+    return bytes;
+}
+
+// True when the message was sent.
+bool Send(LinxIpc& from, const std::string& to, unsigned int type, std::string bytes = "") {
+    IpcMessage message;
+    const unsigned int size = static_cast<unsigned int>(bytes.size());
+    bytes.push_back('\0');  // a writable buffer even for an empty payload
+    return message.Allocate(type, size, &bytes[0]) == 0 && from.Notify(to, message, true) == 0;
+}
 
 // The payload's bytes followed by the guard, which must read as zeros.
 std::string WithGuard(const IpcMessage& message) {
@@ -93,7 +125,6 @@ Bytes Frame(unsigned int magic, unsigned int type, const std::string& sender,
 
 TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
     IpcMessage message;
-    EXPECT_EQ(nullptr, message.DataPtr());
     std::vector<char> big(3000, '\x5a');
     ASSERT_EQ(0, message.Allocate(7, 3000, big.data()));
     big[0] = 0;  // the message owns a copy
@@ -101,7 +132,6 @@ TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
 
     // Shrinking in the same buffer must not leave the old bytes readable past the payload.
     ASSERT_EQ(0, message.Allocate(8, 2, const_cast<char*>("\1\2")));
-    EXPECT_EQ(8u, message.MsgType());
     EXPECT_EQ(Guarded("\1\2"), WithGuard(message));
     ASSERT_EQ(0, message.Allocate(10, 5, nullptr));
     EXPECT_EQ(Guarded(std::string(5, '\0')), WithGuard(message));
@@ -129,18 +159,8 @@ TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
         EXPECT_EQ("Sender", m->GetSender());
         EXPECT_TRUE(Guarded(largest) == WithGuard(*m));
     }
-    assigned = IpcMessage();
-    EXPECT_EQ(nullptr, assigned.DataPtr());
     ASSERT_EQ(0, message.Allocate(11, 0, nullptr));
     EXPECT_EQ(nullptr, message.DataPtr());
-
-    hostseam::FailNextAllocations(2);
-    EXPECT_NE(0, copy.Allocate(1, 4, nullptr));
-    EXPECT_NE(0, copy.Allocate(1, 0, nullptr));
-    EXPECT_EQ(0, copy.Allocate(1, 4, nullptr));
-    hostseam::FailNextAllocations(3);
-    hostseam::FailNextAllocations(0);
-    EXPECT_EQ(0, copy.Allocate(1, 4, nullptr));
 }
 
 TEST(LinxServerNameList, EveryNameLeadsBackToItsProcess) {
@@ -208,10 +228,8 @@ TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
     {
         LinxIpc first("Owner");
         ASSERT_EQ(0, first.Init());
-        EXPECT_EQ(0, ::stat(owner.c_str(), &info));
-        LinxIpc second("Owner");
-        EXPECT_NE(0, second.Init());
-        // The refused endpoint did not take the name away from the live one.
+        // A refused endpoint, also once gone, leaves the name to the live one.
+        EXPECT_NE(0, LinxIpc("Owner").Init());
         LinxIpc other("Other");
         ASSERT_EQ(0, other.Init());
         ASSERT_TRUE(Send(other, "Owner", 1, "hi"));
@@ -234,7 +252,28 @@ TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
     ::setenv("LINX_DOMAIN", env.Domain().c_str(), 1);
 }
 
-TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrder) {
+namespace {
+
+struct Inside {
+    LinxIpc* peer;
+    std::vector<std::string> calls;
+};
+
+// Waits inside a handler for one message while others stay held back, like a subscribe call
+// made from a handler; only when that works it changes the handler table it is dispatched from.
+void WaitInside(LinxIpc* ipc, void* context) {
+    Inside* inside = static_cast<Inside*>(context);
+    IpcMessage got;
+    if (Send(*inside->peer, ipc->Name(), 42, "nested") && ipc->Receive(1000, 42, kAny, &got) == 0 &&
+        Text(got) == "nested") {
+        ipc->DeregisterHandler(40);
+        ipc->RegisterHandler(30, Record, &inside->calls);
+    }
+}
+
+}  // namespace
+
+TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrderAlsoInsideHandlers) {
     TestEnv env;
     LinxIpc main("Main");
     LinxIpc b("B");
@@ -248,14 +287,14 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrder) {
     }
     ASSERT_TRUE(Send(c, "Main", 1, "c1-4"));
 
-    std::vector<std::string> calls;
-    main.RegisterHandler(1, Record, &calls);
+    Inside inside{&b, {}};
+    main.RegisterHandler(1, Record, &inside.calls);
     IpcMessage got;
     ASSERT_EQ(0, main.Receive(1000, 2, kAny, &got));
     EXPECT_EQ("b2-1", Text(got));
     ASSERT_EQ(0, main.Receive(1000, 1, "C", &got));
     EXPECT_EQ("c1-4", Text(got));
-    EXPECT_TRUE(calls.empty());  // a copy out runs no handler
+    EXPECT_TRUE(inside.calls.empty());  // a copy out runs no handler
     EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 3, kAny, &got));
     EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20, 1, "Nobody", &got));
 
@@ -265,64 +304,23 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrder) {
         ASSERT_EQ(0, main.Receive(0, 0, kAny, nullptr));
     }
     EXPECT_EQ("b2-3", Text(main.CurrentMessage()));
-    EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2"}), calls);
+    EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2"}), inside.calls);
     EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
 
-    main.DeregisterHandler(1);
-    ASSERT_TRUE(Send(b, "Main", 1, "late"));
+    main.RegisterHandler(40, WaitInside, &inside);
+    ASSERT_TRUE(Send(b, "Main", 40, "start"));
+    ASSERT_TRUE(Send(b, "Main", 41, "held"));
     ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-    EXPECT_EQ("late", Text(main.CurrentMessage()));
-    EXPECT_EQ(2u, calls.size());
-}
-
-namespace {
-
-// Answers the requester in the received message object, as the process's handlers do.
-void Answer(LinxIpc* ipc, void*) {
-    IpcMessage& current = ipc->CurrentMessage();
-    const std::string sender = current.GetSender();
-    if (current.Allocate(31, 4, const_cast<char*>("pong")) == 0) {
-        ipc->Notify(sender, current, true);
-    }
-}
-
-// Waits inside a handler for one message while others stay held back, like a subscribe call
-// made from a handler; only when that works it changes the handler table it is dispatched from.
-void WaitInside(LinxIpc* ipc, void* peer) {
-    IpcMessage got;
-    if (Send(*static_cast<LinxIpc*>(peer), ipc->Name(), 42, "nested") &&
-        ipc->Receive(1000, 42, kAny, &got) == 0 && Text(got) == "nested") {
-        ipc->DeregisterHandler(40);
-        ipc->RegisterHandler(30, Answer, nullptr);
-    }
-}
-
-}  // namespace
-
-TEST(LinxIpc, HandlersReceiveAndAnswerFromInsideReceive) {
-    TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc peer("Peer");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, peer.Init());
-    main.RegisterHandler(40, WaitInside, &peer);
-    ASSERT_TRUE(Send(peer, "Main", 40, "start"));
-    ASSERT_TRUE(Send(peer, "Main", 41, "held"));
-    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-
     // The platform's own copies (holding back, handing out) must not use up the refusals
     // meant for the code under test.
     hostseam::FailNextAllocations(1);
     ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ("held", Text(main.CurrentMessage()));
     EXPECT_NE(0, main.CurrentMessage().Allocate(3, 1, nullptr));
-
-    // Only a handler that got its nested message registered the one that answers here.
-    ASSERT_TRUE(Send(peer, "Main", 30, "ping"));
+    // Only a handler that got its nested message registered the one that records here.
+    ASSERT_TRUE(Send(b, "Main", 30, "ping"));
     ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-    IpcMessage pong;
-    ASSERT_EQ(0, peer.Receive(1000, 31, "Main", &pong));
-    EXPECT_EQ("pong", Text(pong));
+    EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2", "30:ping"}), inside.calls);
 }
 
 // The state manager's notices: shutdown overtakes waiting messages, process-died names the
@@ -367,12 +365,165 @@ TEST(LinxIpc, NoticesOvertakeAndCarryTheirProcess) {
 
     // Without handlers a shutdown notice is only reported and stays current.
     main.DeregisterShutdown();
-    main.DeregisterProcessDied();
     ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
     EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ(LinxIpc::kShutdownNotice, main.CurrentMessage().MsgType());
-    ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_Fpga})));
-    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-    EXPECT_EQ(LinxIpc::kProcessDiedNotice, main.CurrentMessage().MsgType());
     EXPECT_EQ(4u, log.size());
+}
+
+namespace {
+
+// Serves item 5 as a UShortItem of 1234; refuses the rest.
+class TestServer : public SubscribeServer {
+public:
+    using SubscribeServer::SubscribeServer;
+    void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
+        if (itemId == 5 && reply.Allocate(msgType, 0, nullptr) == 0) {
+            UShortItem(1234).EncodeMsg(reply);
+        }
+    }
+};
+
+void Count(LinxIpc*, void* count) {
+    ++*static_cast<int*>(count);
+}
+
+// A UShortItem's bytes.
+std::string UShort(unsigned short value) {
+    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+}  // namespace
+
+TEST(SubscribeServer, RepliesReplacesDropsAndUnsubscribesByPair) {
+    TestEnv env;
+    LinxIpc serverIpc("Server");
+    LinxIpc client("Client");
+    ASSERT_EQ(0, serverIpc.Init());
+    ASSERT_EQ(0, client.Init());
+    TestServer server(serverIpc);
+    IpcMessage reply;
+    // The client asks, the server dispatches; true when the client got a reply.
+    // `failedAllocations` of the server's next allocations are refused.
+    auto request = [&](LinxIpc& from, unsigned int type, const std::string& words,
+                       unsigned int failedAllocations = 0) {
+        if (!Send(from, "Server", type, words)) {
+            return false;
+        }
+        hostseam::FailNextAllocations(failedAllocations);
+        return serverIpc.Receive(1000, 0, kAny, nullptr) == 0 &&
+               client.Receive(50, LinxIpc::kSubscribeReply, "Server", &reply) == 0;
+    };
+
+    // Accepted: item id, notification id, status 0, then the item's bytes.
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 700})));
+    EXPECT_EQ(Words({5, 700, 0}) + UShort(1234), Text(reply));
+    // Refused when the item's value cannot be allocated; the protocol's own copies still go
+    // out. A short request is dropped without an answer.
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 702}), 1));
+    EXPECT_EQ(12u, reply.Size());
+    EXPECT_EQ(Words({5, 702}), Text(reply).substr(0, 8));
+    EXPECT_NE(Words({5, 702, 0}), Text(reply));
+    EXPECT_FALSE(request(client, LinxIpc::kSubscribeRequest, Words({5})));
+
+    // A repeated request replaces the subscription: one notice, under the new id.
+    ASSERT_TRUE(request(client, LinxIpc::kSubscribeRequest, Words({5, 703})));
+    EXPECT_EQ(1u, server.SubscriberCount(5));
+    UShortItem notice(77);
+    EXPECT_EQ(1, server.NotifySubscribers(5, notice));
+    ASSERT_EQ(0, client.Receive(1000, 0, kAny, &reply));
+    EXPECT_EQ(703u, reply.MsgType());
+    EXPECT_EQ(UShort(77), Text(reply));
+
+    // A vanished subscriber is dropped on the next notice; unsubscribing names the pair.
+    {
+        LinxIpc second("Second");
+        ASSERT_EQ(0, second.Init());
+        request(second, LinxIpc::kSubscribeRequest, Words({5, 800}));
+        EXPECT_EQ(2u, server.SubscriberCount(5));
+    }
+    EXPECT_EQ(1, server.NotifySubscribers(5, notice));
+    EXPECT_EQ(1u, server.SubscriberCount(5));
+    request(client, LinxIpc::kUnsubscribeRequest, Words({5, 999}));
+    EXPECT_EQ(1u, server.SubscriberCount(5));
+    request(client, LinxIpc::kUnsubscribeRequest, Words({5, 703}));
+    EXPECT_EQ(0u, server.SubscriberCount(5));
+}
+
+// The test plays the server "Server" by writing its replies, some of them ahead of the request
+// they answer, and reads what the client sent.
+TEST(SubscribeClient, TimeOutLateAndShortAnswersAndUnsubscribe) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc server("Server");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, server.Init());
+    SubscribeClient client(main, "Server", 100);
+    UShortItem item;
+    int notices = 0;
+
+    // Traffic that arrives while the client waits in vain is held back, not dispatched.
+    main.RegisterHandler(600, Count, &notices);
+    ASSERT_TRUE(Send(server, "Main", 600));
+    EXPECT_EQ(SubscribeClient::kNoAnswer, client.Subscribe(5, 700, item, Count, &notices));
+    EXPECT_EQ(0, notices);
+    ASSERT_EQ(0, main.Receive(0, 0, kAny, nullptr));
+    EXPECT_EQ(1, notices);
+    IpcMessage sent;
+    ASSERT_EQ(0, server.Receive(0, LinxIpc::kSubscribeRequest, "Main", &sent));
+    EXPECT_EQ(Words({5, 700}), Text(sent));
+
+    // The late answer to the timed-out request is passed over for the one asked now.
+    ASSERT_TRUE(Send(server, "Main", LinxIpc::kSubscribeReply, Words({5, 700, 0}) + UShort(1)));
+    ASSERT_TRUE(Send(server, "Main", LinxIpc::kSubscribeReply, Words({5, 701, 0}) + UShort(1234)));
+    ASSERT_EQ(0, client.Subscribe(5, 701, item, Count, &notices));
+    EXPECT_EQ(1234, item.Get());
+
+    // No subscription from a reply without the status, nor from a value shorter than the
+    // item; the server, which counts the latter as subscribed, is told to drop it.
+    ASSERT_TRUE(Send(server, "Main", LinxIpc::kSubscribeReply, Words({5, 702})));
+    EXPECT_EQ(SubscribeClient::kBadAnswer, client.Subscribe(5, 702, item, Count, &notices));
+    SystickItem wider;
+    ASSERT_TRUE(Send(server, "Main", LinxIpc::kSubscribeReply, Words({7, 703, 0}) + UShort(9)));
+    EXPECT_EQ(SubscribeClient::kBadAnswer, client.Subscribe(7, 703, wider, Count, &notices));
+    EXPECT_EQ(1u, client.SubscriptionCount());
+    ASSERT_EQ(0, server.Receive(0, LinxIpc::kUnsubscribeRequest, "Main", &sent));
+    EXPECT_EQ(Words({7, 703}), Text(sent));
+
+    // Only the accepted subscription has a handler, until it is dropped.
+    for (unsigned int type : {701u, 702u, 703u}) {
+        ASSERT_TRUE(Send(server, "Main", type));
+        ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    }
+    EXPECT_EQ(2, notices);
+    EXPECT_EQ(0, client.UnsubscribeAll(true));
+    EXPECT_EQ(0u, client.SubscriptionCount());
+    ASSERT_EQ(0, server.Receive(0, LinxIpc::kUnsubscribeRequest, "Main", &sent));
+    EXPECT_EQ(Words({5, 701}), Text(sent));
+    ASSERT_TRUE(Send(server, "Main", 701));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(2, notices);
+}
+
+TEST(ServerApis, RecordingReidAndForcedHqStreaming) {
+    TestEnv env;
+    LinxIpc main("Main");
+    ASSERT_EQ(0, main.Init());
+    EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 5000));  // no stream manager
+    LinxIpc stream("StreamMgr");
+    ASSERT_EQ(0, stream.Init());
+    EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 50));  // a silent one
+    // The REID ends at its NUL, whatever follows.
+    ASSERT_TRUE(Send(stream, "Main", StreamMgrApi::kCurrentlyRecordingResponse,
+                     std::string("REID-7\0tail", 11)));
+    EXPECT_EQ("REID-7", StreamMgrApi::CurrentlyRecordingREID(main, 50));
+    IpcMessage request;
+    for (int asked = 0; asked < 2; ++asked) {
+        ASSERT_EQ(0, stream.Receive(0, StreamMgrApi::kCurrentlyRecordingRequest, "Main", &request));
+    }
+
+    for (const char* force : std::initializer_list<const char*>{"0", "yes", nullptr}) {
+        force == nullptr ? ::unsetenv("LVS_FORCE_HQ") : ::setenv("LVS_FORCE_HQ", force, 1);
+        EXPECT_EQ(force != nullptr && *force != '0', ExternalMgrApi::InLvsForceHqStreaming());
+    }
 }
