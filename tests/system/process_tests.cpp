@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 
 #include "Item.h"
@@ -39,20 +40,22 @@ const std::string& NameOf(e_Process process) {
     return LinxServerNameList::Instance().Name(process);
 }
 
-// Answers every subscribe request for the item ids `make` knows with a default item.
+// Answers every subscribe request for the item ids first..last with a default ItemT.
+template <typename ItemT>
 class StubServer : public SubscribeServer {
 public:
-    StubServer(LinxIpc& ipc, std::function<Item*(unsigned int)> make)
-        : SubscribeServer(ipc), make_(std::move(make)) {}
+    StubServer(LinxIpc& ipc, unsigned int first, unsigned int last)
+        : SubscribeServer(ipc), first_(first), last_(last) {}
     void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
-        std::unique_ptr<Item> item(make_(itemId));
-        if (item && reply.Allocate(msgType, item->Size(), nullptr) == 0) {
-            item->EncodeMsg(reply);
+        const ItemT item;
+        if (itemId >= first_ && itemId <= last_ &&
+            reply.Allocate(msgType, item.Size(), nullptr) == 0) {
+            item.EncodeMsg(reply);
         }
     }
 
 private:
-    std::function<Item*(unsigned int)> make_;
+    unsigned int first_, last_;
 };
 
 // Everything runs on the test's thread: Pump() receives and dispatches.
@@ -61,16 +64,9 @@ public:
     Vehicle()
         : stateMgr_(NameOf(e_Process_StateMgr)),
           externalMgr_(NameOf(e_Process_ExternalMgr)),
-          stateServer_(stateMgr_,
-                       [](unsigned int id) -> Item* {
-                           return id >= StateMgrClient::kRecordStartItem &&
-                                          id <= StateMgrClient::kExitCovertModeItem
-                                      ? new SystickItem()
-                                      : nullptr;
-                       }),
-          externalServer_(externalMgr_, [](unsigned int id) -> Item* {
-              return id >= 16 && id <= 21 ? new ExternalMgrApi::StreamingLvsStateItem() : nullptr;
-          }) {
+          stateServer_(stateMgr_, StateMgrClient::kRecordStartItem,
+                       StateMgrClient::kExitCovertModeItem),
+          externalServer_(externalMgr_, 16, 21) {
         stateMgr_.Init();
         externalMgr_.Init();
         // Every message the state manager may get from the process under test.
@@ -96,16 +92,15 @@ public:
     // Pumps until a message of `type` reached the state manager and takes it from the inbox.
     bool Expect(unsigned int type, Bytes* payload = nullptr) {
         return Pump(20000, [&] {
-            for (auto it = inbox.begin(); it != inbox.end(); ++it) {
-                if (it->first == type) {
-                    if (payload != nullptr) {
-                        *payload = it->second;
-                    }
-                    inbox.erase(it);
-                    return true;
-                }
+            auto it = inbox.find(type);
+            if (it == inbox.end()) {
+                return false;
             }
-            return false;
+            if (payload != nullptr) {
+                *payload = it->second;
+            }
+            inbox.erase(it);
+            return true;
         });
     }
 
@@ -118,21 +113,21 @@ public:
                });
     }
 
-    // Messages that reached the state manager and were not taken yet, in arrival order.
-    std::vector<std::pair<unsigned int, Bytes>> inbox;
+    // Messages that reached the state manager and were not taken yet, by type in arrival order.
+    std::multimap<unsigned int, Bytes> inbox;
 
 private:
     static void Collect(LinxIpc* ipc, void* context) {
         IpcMessage& msg = ipc->CurrentMessage();
         const unsigned char* data = msg.DataPtr();
-        static_cast<Vehicle*>(context)->inbox.emplace_back(
+        static_cast<Vehicle*>(context)->inbox.emplace(
             msg.MsgType(), data == nullptr ? Bytes() : Bytes(data, data + msg.Size()));
     }
 
     LinxIpc stateMgr_;
     LinxIpc externalMgr_;
-    StubServer stateServer_;
-    StubServer externalServer_;
+    StubServer<SystickItem> stateServer_;
+    StubServer<ExternalMgrApi::StreamingLvsStateItem> externalServer_;
 };
 
 std::unique_ptr<Subprocess> StartManager(const TestEnv& env, std::vector<std::string> extraEnv = {},
@@ -160,23 +155,6 @@ std::unique_ptr<Subprocess> StartManager(const TestEnv& env, std::vector<std::st
     return ::testing::AssertionSuccess();
 }
 
-// The quit notice is answered with an empty response and the process ends with status 0.
-void Quit(Vehicle& vehicle, Subprocess& process) {
-    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
-    Bytes answer;
-    ASSERT_TRUE(vehicle.Expect(13239, &answer));
-    EXPECT_TRUE(answer.empty());
-    EXPECT_EQ(0, process.Wait(20000).exitCode) << process.Err();
-}
-
-std::vector<StoreRecord> Records(const TestEnv& env) {
-    std::string error;
-    const std::vector<StoreRecord> records =
-        ReadStoreRecords(env.MetadataPath(), env.Root(), {}, &error);
-    EXPECT_EQ("", error);
-    return records;
-}
-
 }  // namespace
 
 // Help and bad options print the usage and exit 1 before anything is set up; the mode lines
@@ -194,8 +172,7 @@ TEST(ProcessCommandLine, UsageAndModeLines) {
         {{"-l"}, ""},
         {{"-r", "-s", "-l", "0", "-h"}, "Simulate Radar Only Mode\nRunning Simulation Mode\n"},
         {{"--simulator", "--radar", "--help"},
-         "Running Simulation Mode\nSimulate Radar Only Mode\n"},
-    };
+         "Running Simulation Mode\nSimulate Radar Only Mode\n"}};
     for (const auto& [args, out] : cases) {
         SCOPED_TRACE(::testing::PrintToString(args));
         std::vector<std::string> argv{program};
@@ -209,138 +186,115 @@ TEST(ProcessCommandLine, UsageAndModeLines) {
     EXPECT_NE(0, access((env.Media() + "/metadata").c_str(), F_OK));
 }
 
-// The started notice names the own process; every subscribe request, whatever its flag, is
-// answered on its own; the first output waits for a valid tick and is made once, stamped with
-// it; the full run starts the loop; the quit is answered and closes the run in the store.
-TEST(ProcessHandshake, SubscribesWritesFirstOutputRunsAndQuits) {
+// One full run: the started notice names the own process, the subscription is answered and
+// makes the first output, stamped with the tick; the loop serves log level and ping, adds one
+// forced filler per pass, and the quit is answered and closes the run in the store.
+TEST(ProcessRun, HandshakeControlFillersAndQuit) {
     TestEnv env;
     Vehicle vehicle;
-    const std::string tickFile = env.WriteFile("tick", "");
     const std::string versionFile =
         env.WriteFile("versions", "SYS_BUILD 4.2.1 revB\nFPGA 1.0.3\nKERNEL_BUILD 5.4.0\n");
-    auto process = StartManager(env, {"HOST_SYSTICK_FILE=" + tickFile, "HOST_SERIAL_NUMBER=SN-77",
-                                      "VERSION_FILE=" + versionFile});
-    Bytes payload;
-    ASSERT_TRUE(vehicle.Expect(13232, &payload));
-    EXPECT_EQ(WordBytes(19), payload);
-
-    const std::pair<unsigned char, std::string> requests[] = {{0, ""}, {5, "5000"}, {1, "6000"}};
-    for (const auto& [flag, tick] : requests) {
-        env.WriteFile("tick", tick);
-        ASSERT_TRUE(vehicle.Send(13233, {flag}));
-        ASSERT_TRUE(vehicle.Expect(13234, &payload)) << process->Err();
-        EXPECT_EQ(Bytes{1}, payload);
-        if (tick.empty()) {
-            EXPECT_THAT(process->Err(), HasSubstr("SystemTick not correct in InitializeStore"));
-            EXPECT_THAT(process->Err(), Not(HasSubstr("Starting first output")));
-        }
-    }
-    ASSERT_TRUE(vehicle.Send(13235));
-    ASSERT_TRUE(process->WaitForErr("Got a StateMgrProcessMsg_FullRun", 20000));
-    Quit(vehicle, *process);
-    EXPECT_TRUE(
-        InOrder(process->Err(),
-                {"ProcessInitializer:", "first output to metadata files at system tick 5000",
-                 "Quit Requested", "Shutdown Requested", "Notify to StateMgr", "Exiting 0"}));
-    EXPECT_TRUE(vehicle.inbox.empty());
-
-    const std::vector<StoreRecord> records = Records(env);
-    ASSERT_FALSE(records.empty());
-    EXPECT_EQ("ReportShutdownData", records.back().Op());
-    EXPECT_EQ(1u, WithOp(records, "ReportShutdownDataAtStartup").size());
-    const std::vector<StoreRecord> serials = WithOp(records, "ReportSystemSerialNum");
-    ASSERT_EQ(1u, serials.size()) << "the start-up output is made exactly once";
-    EXPECT_EQ("SN-77", serials[0].Get("serial"));
-    EXPECT_EQ(5000, serials[0].Int("at"));
-    const std::vector<StoreRecord> versions = WithOp(records, "ReportVersion");
-    ASSERT_EQ(2u, versions.size()) << "every entry named ...BUILD..., in file order";
-    EXPECT_THAT(versions[0].line, HasSubstr("4.2.1"));
-    EXPECT_THAT(versions[1].line, HasSubstr("5.4.0"));
-}
-
-// A quit while waiting for the state manager is answered and fails the start.
-TEST(ProcessHandshake, QuitWhileWaitingFailsTheStart) {
-    TestEnv env;
-    Vehicle vehicle;
-    auto process = StartManager(env);
-    ASSERT_TRUE(vehicle.Expect(13232));
-    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
-    ASSERT_TRUE(vehicle.Expect(13239));
-    const ProgramResult result = process->Wait(20000);
-    EXPECT_EQ(1, result.exitCode);
-    EXPECT_TRUE(InOrder(result.err, {"Quit Requested", "Shutdown Requested",
-                                     "WaitForStateMgr - shutdown requested.",
-                                     "Unable to initialize MetadataMgr", "Exiting 1"}));
-}
-
-// A preparation that fails sends the failed-start notice, never the started one, and exits 1.
-TEST(ProcessStartFailure, FailedPreparationIsReported) {
-    const std::pair<std::string, std::function<void(const TestEnv&)>> cases[] = {
-        // Only one directory level is created: a media root under a missing parent fails.
-        {"Error Creating directory2",
-         [](const TestEnv& env) { setenv("MEDIA_ROOT", env.Path("missing/media").c_str(), 1); }},
-        {"Shared Memory attachment failure",
-         [](const TestEnv& env) { mkdir((env.Domain() + "/metadata.shm").c_str(), 0770); }},
-        // An existing path passes the directory check; the store then cannot live under it.
-        {"Connected to shared Memory",
-         [](const TestEnv& env) { env.WriteFile("media/metadata", "not a directory"); }},
-    };
-    for (const auto& [reason, breakStart] : cases) {
-        SCOPED_TRACE(reason);
-        TestEnv env;
-        breakStart(env);
-        Vehicle vehicle;
-        auto process = StartManager(env);
-        Bytes notice;
-        ASSERT_TRUE(vehicle.Expect(13244, &notice)) << process->Err();
-        EXPECT_EQ(WordBytes(19), notice);
-        const ProgramResult result = process->Wait(20000);
-        EXPECT_EQ(1, result.exitCode);
-        EXPECT_TRUE(InOrder(result.err, {reason, "Init: PreInit failed",
-                                         "Unable to initialize MetadataMgr", "Exiting 1"}));
-        vehicle.Pump(100);
-        for (const auto& received : vehicle.inbox) {
-            EXPECT_NE(13232u, received.first) << "no started notice after a failed preparation";
-        }
-    }
-}
-
-// A full run before any subscribe request runs the loop unsubscribed; the loop answers log
-// level get and set with the level in force, drops short or empty ones, and answers the ping.
-TEST(ProcessControl, LogLevelAndPing) {
-    TestEnv env;
-    Vehicle vehicle;
-    auto process = StartManager(env);
-    ASSERT_TRUE(vehicle.Expect(13232));
-    ASSERT_TRUE(vehicle.Send(13235));
-    ASSERT_TRUE(process->WaitForErr("Got a StateMgrProcessMsg_FullRun", 20000));
-
+    auto process = StartManager(env, {"HOST_SYSTICK_FILE=" + env.WriteFile("tick", "5000"),
+                                      "VERSION_FILE=" + versionFile, "FORCE_METADATA="});
     Bytes answer;
+    ASSERT_TRUE(vehicle.Expect(13232, &answer));
+    EXPECT_EQ(WordBytes(19), answer);
+    ASSERT_TRUE(vehicle.Send(13233, {1}));
+    ASSERT_TRUE(vehicle.Expect(13234, &answer)) << process->Err();
+    EXPECT_EQ(Bytes{1}, answer);
+    ASSERT_TRUE(vehicle.Send(13235));  // all that follows reaches the loop
+
     ASSERT_TRUE(vehicle.Send(1873, WordBytes(0xDEAD)));  // a get's word is never read
     ASSERT_TRUE(vehicle.Expect(1874, &answer));
     EXPECT_EQ(WordBytes(255), answer);
     ASSERT_TRUE(vehicle.Send(1872, WordBytes(0xC3)));
     ASSERT_TRUE(vehicle.Expect(1874, &answer));
     EXPECT_EQ(WordBytes(0xC3), answer);
-    EXPECT_TRUE(process->WaitForErr("HandleLogLevel: set mask c3", 5000));
-
     // Unanswered, so the ping that follows is answered first and alone.
     ASSERT_TRUE(vehicle.Send(1873));
     ASSERT_TRUE(vehicle.Send(1872, {1, 2}));
     ASSERT_TRUE(vehicle.Send(13488));
     ASSERT_TRUE(vehicle.Expect(13489, &answer));
     EXPECT_TRUE(answer.empty());
-    vehicle.Pump(200);
     EXPECT_TRUE(vehicle.inbox.empty());
-    EXPECT_TRUE(process->WaitForErr("HandleLogLevel: error, DataPtr is null", 5000));
     ASSERT_TRUE(vehicle.Send(1873, {1}));  // a get only needs a payload
     ASSERT_TRUE(vehicle.Expect(1874, &answer));
     EXPECT_EQ(WordBytes(0xC3), answer) << "a short set must not change the level";
-    // The level in force lets the ping trace (mask 64) through.
-    EXPECT_THAT(process->Err(), HasSubstr("Ping Handler"));
 
-    Quit(vehicle, *process);
-    EXPECT_THAT(process->Err(), Not(HasSubstr("SubscribeToServers")));
+    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(vehicle.Expect(13239, &answer));
+    EXPECT_TRUE(answer.empty());
+    const ProgramResult result = process->Wait(20000);
+    EXPECT_EQ(0, result.exitCode) << result.err;
+    vehicle.Pump(100);  // whatever else it sent
+
+    // The level in force (0xC3) keeps the ping trace and the quit lines (masks 64 and 128).
+    EXPECT_TRUE(InOrder(
+        result.err, {"Forcing fake periodic metadata",
+                     "ProcessInitializer:", "first output to metadata files at system tick 5000",
+                     "Got a StateMgrProcessMsg_FullRun", "HandleLogLevel: set mask c3",
+                     "HandleLogLevel: error, DataPtr is null", "Ping Handler", "Quit Requested",
+                     "Shutdown Requested", "Notify to StateMgr", "Exiting 0"}));
+    EXPECT_TRUE(vehicle.inbox.empty());
+
+    std::string error;
+    const std::vector<StoreRecord> records =
+        ReadStoreRecords(env.MetadataPath(), env.Root(), {}, &error);
+    EXPECT_EQ("", error);
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ("ReportShutdownData", records.back().Op());
+    EXPECT_EQ(1u, WithOp(records, "ReportShutdownDataAtStartup").size());
+    const std::vector<StoreRecord> versions = WithOp(records, "ReportVersion");
+    ASSERT_EQ(2u, versions.size()) << "every entry named ...BUILD..., in file order";
+    EXPECT_THAT(versions[0].line, HasSubstr("4.2.1"));
+    EXPECT_THAT(versions[1].line, HasSubstr("5.4.0"));
+    const std::vector<StoreRecord> fillers = WithOp(records, "ReportStringData");
+    EXPECT_GE(fillers.size(), 6u) << "one filler per pass, at least one per message to the loop";
+    for (const StoreRecord& record : fillers) {
+        EXPECT_EQ(32, record.Int("tag"));
+        EXPECT_EQ("Test string for filler 5000", record.Get("text")) << record.line;
+    }
+}
+
+// A start that fails exits 1 and says why: a quit while waiting for the state manager is
+// answered; a failed preparation sends the failed-start notice.
+TEST(ProcessStartFailure, ExitsOneWithTheReason) {
+    struct Case {
+        unsigned int notice;
+        const char* reason;
+        std::function<void(const TestEnv&)> breakStart;
+    };
+    const Case cases[] = {
+        {13232, "Quit Requested", [](const TestEnv&) {}},
+        // Only one directory level is created: a media root under a missing parent fails.
+        {13244, "Error Creating directory2",
+         [](const TestEnv& env) { setenv("MEDIA_ROOT", env.Path("missing/media").c_str(), 1); }},
+        {13244, "Shared Memory attachment failure",
+         [](const TestEnv& env) { mkdir((env.Domain() + "/metadata.shm").c_str(), 0770); }},
+        // An existing path passes the directory check; the store then cannot live under it.
+        {13244, "Connected to shared Memory",
+         [](const TestEnv& env) { env.WriteFile("media/metadata", "not a directory"); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.reason);
+        TestEnv env;
+        c.breakStart(env);
+        Vehicle vehicle;
+        auto process = StartManager(env);
+        Bytes notice;
+        ASSERT_TRUE(vehicle.Expect(c.notice, &notice)) << process->Err();
+        EXPECT_EQ(WordBytes(19), notice);
+        if (c.notice == 13232) {
+            ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
+            ASSERT_TRUE(vehicle.Expect(13239));
+        }
+        const ProgramResult result = process->Wait(20000);
+        EXPECT_EQ(1, result.exitCode);
+        EXPECT_TRUE(InOrder(result.err, {c.reason,
+                                         c.notice == 13232 ? "WaitForStateMgr - shutdown requested."
+                                                           : "Init: PreInit failed",
+                                         "Unable to initialize MetadataMgr", "Exiting 1"}));
+    }
 }
 
 // -l is read in base 10 without checks and the last one wins: "0x10" and "abc" are level 0,
@@ -361,39 +315,4 @@ TEST(ProcessControl, LogLevelOptionBaseTenLastWins) {
         EXPECT_EQ(0, result.exitCode);
         EXPECT_THAT(result.err, Not(HasSubstr("MetadataMgr:")));
     }
-}
-
-// Without the state manager the process subscribes on its own, makes the first output, runs and
-// quits, sending the state manager nothing. FORCE_METADATA adds one filler string per loop
-// pass, carrying the tick.
-TEST(ProcessStore, WithoutStateMgrFillerEveryPass) {
-    TestEnv env;
-    Vehicle vehicle;
-    auto process = StartManager(env, {"HOST_SYSTICK_FILE=" + env.WriteFile("tick", "7000"),
-                                      "FORCE_METADATA=", "RUN_WITHOUT_STATEMGR=1"});
-    // Every message makes one pass; the answers come once the loop runs.
-    const unsigned int pings = 5;
-    for (unsigned int i = 0; i < pings; ++i) {
-        ASSERT_TRUE(vehicle.Send(13488));
-    }
-    for (unsigned int i = 0; i < pings; ++i) {
-        ASSERT_TRUE(vehicle.Expect(13489)) << process->Err();
-    }
-    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
-    const ProgramResult result = process->Wait(20000);
-    EXPECT_EQ(0, result.exitCode);
-    EXPECT_TRUE(InOrder(
-        result.err, {"Forcing fake periodic metadata", "finished first output to metadata files",
-                     "Quit Requested", "Exiting 0"}));
-    EXPECT_THAT(result.err, Not(HasSubstr("Notify to")));
-    vehicle.Pump(100);
-    EXPECT_TRUE(vehicle.inbox.empty());
-
-    size_t fillers = 0;
-    for (const StoreRecord& record : WithOp(Records(env), "ReportStringData")) {
-        EXPECT_EQ(32, record.Int("tag"));
-        EXPECT_EQ("Test string for filler 7000", record.Get("text")) << record.line;
-        ++fillers;
-    }
-    EXPECT_GE(fillers, pings);
 }
