@@ -14,6 +14,8 @@ const int kNotifyQueueFull = 2;              // the receiver's queue stayed full
 const int kNotifySendFailed = 3;             // bad destination name or another transport error
 const int kNotifyNotOpen = LinxIpc::kError;  // the sending endpoint was never opened
 const int kNotifyWaitMs = 1000;
+// Types from here up are the platform's own (LinxIpc::kShutdownNotice ... kUnsubscribeRequest).
+const unsigned int kFirstReservedType = 0xFFFFFF00u;
 
 // Copies the platform makes for itself (held-back messages, protocol replies) are not
 // refused by hostseam::FailNextAllocations: the seam stands for the caller's own allocations.

@@ -95,7 +95,7 @@ void LinxIpc::DeregisterProcessDied() {
 }
 
 IpcMessage& LinxIpc::CurrentMessage() {
-    return impl_->current;
+    return impl_->Current();
 }
 
 namespace hostipc {

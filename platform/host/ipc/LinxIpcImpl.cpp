@@ -4,7 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <time.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -13,24 +13,13 @@
 
 #include "HostDomain.h"
 #include "IpcInternal.h"
+#include "LinxServerNameList.h"
+#include "PendingWrites.h"
 
 namespace {
 
 // Room for several largest frames in flight from one sender.
 const int kSocketBufferBytes = 4 * (IpcMessage::kMaxPayload + 4096);
-// Emptied nodes kept for reuse; a burst beyond this is given back to the heap afterwards.
-const std::size_t kSpareLimit = 32;
-
-bool Matches(const IpcMessage& message, unsigned int type, const std::string& sender) {
-    return (type == 0 || message.MsgType() == type) &&
-           (sender.empty() || message.GetSender() == sender);
-}
-
-void SleepMs(long ms) {
-    struct timespec pause = {0, ms * 1000000L};
-    ::nanosleep(&pause, nullptr);
-}
-
 // True when a datagram socket is bound at `path` and accepts connections.
 bool SomeoneListens(const struct sockaddr_un& address, socklen_t length) {
     const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -117,6 +106,8 @@ int LinxIpcImpl::Init() {
     const int bufferBytes = kSocketBufferBytes;
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
     ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
+    const struct timeval sendWait = {hostipc::kNotifyWaitMs / 1000, 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendWait, sizeof sendWait);
     struct stat info;
     if (::stat(address.sun_path, &info) == 0) {
         boundDevice_ = info.st_dev;
@@ -124,6 +115,11 @@ int LinxIpcImpl::Init() {
     }
     datagram_.resize(hostipc::kFrameHeaderSize + hostipc::kMaxNameLength + IpcMessage::kMaxPayload +
                      1);
+    if (!backlog_.Allocate()) {
+        ::close(fd);
+        return 3;
+    }
+    stateMgrName_ = LinxServerNameList::Instance().Name(e_Process_StateMgr);
     fd_ = fd;
     return 0;
 }
@@ -155,38 +151,93 @@ int LinxIpcImpl::Notify(const std::string& destination, const IpcMessage& messag
     frame.msg_iov = parts;
     frame.msg_iovlen = message.Size() > 0 ? 3 : 2;
 
-    const unsigned long long deadline = hostsystem::MonotonicMs() + hostipc::kNotifyWaitMs;
-    long pauseMs = 1;
+    const bool stalled = stalled_.Contains(destination);
+    const int result = Send(frame, waitForRoom && !stalled, destination);
+    if (result == hostipc::kNotifyQueueFull && waitForRoom && !stalled) {
+        stalled_.Add(destination);
+        std::fprintf(stderr,
+                     "LinxIpc: %s: %s does not read its queue; sends to it fail at once until it "
+                     "does\n",
+                     name_.c_str(), destination.c_str());
+    } else if (result != hostipc::kNotifyQueueFull && stalled) {
+        stalled_.Remove(destination);
+        if (result == 0) {
+            std::fprintf(stderr, "LinxIpc: %s: %s reads its queue again\n", name_.c_str(),
+                         destination.c_str());
+        }
+    }
+    return result;
+}
+
+int LinxIpcImpl::Send(const struct msghdr& frame, bool wait, const std::string& destination) {
+    // A blocking send to a full datagram queue sleeps in the kernel until the receiver takes
+    // a message or SO_SNDTIMEO (kNotifyWaitMs) runs out; a signal restarts the wait.
+    const int flags = MSG_NOSIGNAL | (wait ? 0 : MSG_DONTWAIT);
     for (;;) {
-        if (::sendmsg(fd_, &frame, MSG_DONTWAIT | MSG_NOSIGNAL) >= 0) {
+        if (::sendmsg(fd_, &frame, flags) >= 0) {
             return 0;
         }
         const int error = errno;
+        if (error == EINTR) {
+            continue;
+        }
         if (error == ENOENT || error == ECONNREFUSED || error == ENOTSOCK) {
             return hostipc::kNotifyNoEndpoint;
         }
-        if (error != EAGAIN && error != EWOULDBLOCK && error != ENOBUFS && error != EINTR) {
-            return hostipc::kNotifySendFailed;
-        }
-        // A datagram socket offers no wake-up when a peer's queue drains: poll it gently.
-        if (!waitForRoom || hostsystem::MonotonicMs() >= deadline) {
+        if (error == EAGAIN || error == EWOULDBLOCK || error == ENOBUFS) {
             return hostipc::kNotifyQueueFull;
         }
-        SleepMs(pauseMs);
-        pauseMs = pauseMs < 16 ? pauseMs * 2 : pauseMs;
+        std::fprintf(stderr, "LinxIpc: %s: send to %s failed: %s\n", name_.c_str(),
+                     destination.c_str(), std::strerror(error));
+        return hostipc::kNotifySendFailed;
     }
 }
 
-bool LinxIpcImpl::Drain() {
+bool LinxIpcImpl::Authentic(const hostipc::FrameView& frame, const struct sockaddr_un& from,
+                            socklen_t fromLength) const {
+    // The source address is the path the sender bound: <domain>/<its name>.
+    const std::size_t offset = offsetof(struct sockaddr_un, sun_path);
+    std::size_t pathLength = fromLength > offset ? fromLength - offset : 0;
+    while (pathLength > 0 && from.sun_path[pathLength - 1] == '\0') {
+        --pathLength;
+    }
+    const bool fromItsName =
+        pathLength == domain_.size() + 1 + frame.senderLength &&
+        std::memcmp(from.sun_path, domain_.data(), domain_.size()) == 0 &&
+        from.sun_path[domain_.size()] == '/' &&
+        std::memcmp(from.sun_path + domain_.size() + 1, frame.sender, frame.senderLength) == 0;
+    if (!fromItsName) {
+        std::fprintf(stderr,
+                     "LinxIpc: %s dropped a message of type %u claiming to be from %.*s: it came "
+                     "from '%.*s'\n",
+                     name_.c_str(), frame.type, static_cast<int>(frame.senderLength), frame.sender,
+                     static_cast<int>(pathLength), from.sun_path);
+        return false;
+    }
+    if ((frame.type == LinxIpc::kShutdownNotice || frame.type == LinxIpc::kProcessDiedNotice) &&
+        (frame.senderLength != stateMgrName_.size() ||
+         std::memcmp(frame.sender, stateMgrName_.data(), frame.senderLength) != 0)) {
+        std::fprintf(stderr, "LinxIpc: %s dropped a %s notice from %.*s: only %s gives it\n",
+                     name_.c_str(),
+                     frame.type == LinxIpc::kShutdownNotice ? "shutdown" : "process-died",
+                     static_cast<int>(frame.senderLength), frame.sender, stateMgrName_.c_str());
+        return false;
+    }
+    return true;
+}
+
+LinxIpcImpl::Read LinxIpcImpl::ReadOne(hostipc::FrameView& frame) {
     for (;;) {
-        const ssize_t got = ::recv(fd_, datagram_.data(), datagram_.size(), MSG_DONTWAIT);
+        struct sockaddr_un from;
+        socklen_t fromLength = sizeof from;
+        const ssize_t got = ::recvfrom(fd_, datagram_.data(), datagram_.size(), MSG_DONTWAIT,
+                                       reinterpret_cast<struct sockaddr*>(&from), &fromLength);
         if (got < 0) {
             if (errno == EINTR) {
                 continue;
             }
-            return errno == EAGAIN || errno == EWOULDBLOCK;
+            return errno == EAGAIN || errno == EWOULDBLOCK ? Read::kEmpty : Read::kFailed;
         }
-        hostipc::FrameView frame;
         // A datagram filling the whole buffer was longer than any valid frame.
         if (static_cast<std::size_t>(got) >= datagram_.size() ||
             !hostipc::ParseFrame(datagram_.data(), static_cast<std::size_t>(got), frame)) {
@@ -194,49 +245,66 @@ bool LinxIpcImpl::Drain() {
                          name_.c_str(), static_cast<long>(got));
             continue;
         }
-        if (spare_.empty()) {
-            spare_.emplace_back();
+        if (Authentic(frame, from, fromLength)) {
+            return Read::kGot;
         }
-        IpcMessage& message = spare_.front();
+    }
+}
+
+void LinxIpcImpl::Fill(IpcMessage& message, const hostipc::FrameView& frame) {
+    {
         hostipc::SeamBypass bypass;
         if (message.Allocate(frame.type, frame.payloadLength,
                              reinterpret_cast<char*>(frame.payload)) != 0) {
-            std::fprintf(stderr, "LinxIpc: %s dropped a message of type %u: out of memory\n",
-                         name_.c_str(), frame.type);
-            continue;
+            std::fprintf(stderr,
+                         "LinxIpc: %s: no memory for the %u bytes of a message of type %u\n",
+                         name_.c_str(), frame.payloadLength, frame.type);
+            message.Allocate(frame.type, 0, nullptr);
         }
-        senderScratch_.assign(frame.sender, frame.senderLength);
-        message.SetSender(senderScratch_);
-        pending_.splice(pending_.end(), spare_, spare_.begin());
+    }
+    senderScratch_.assign(frame.sender, frame.senderLength);
+    message.SetSender(senderScratch_);
+}
+
+void LinxIpcImpl::ReadAhead() {
+    hostipc::FrameView next;
+    switch (ReadOne(next)) {
+        case Read::kGot:
+            backlog_.Push(next);
+            break;
+        case Read::kEmpty:
+            knownEmpty_ = true;
+            break;
+        case Read::kFailed:
+            break;  // the next receive meets the error itself
     }
 }
 
-std::list<IpcMessage>::iterator LinxIpcImpl::FindPending(unsigned int type,
-                                                         const std::string& sender, Pick pick) {
-    for (auto it = pending_.begin(); it != pending_.end(); ++it) {
-        const bool shutdownNotice = it->MsgType() == LinxIpc::kShutdownNotice;
-        if ((pick == Pick::kShutdownOnly && !shutdownNotice) ||
-            (pick == Pick::kNoShutdown && shutdownNotice)) {
-            continue;
-        }
-        if (Matches(*it, type, sender)) {
-            return it;
-        }
+int LinxIpcImpl::Wait(int timeoutMs, unsigned long long deadline) {
+    int waitMs = -1;
+    if (timeoutMs >= 0) {
+        const unsigned long long now = hostsystem::MonotonicMs();
+        waitMs = now >= deadline ? 0 : static_cast<int>(deadline - now);
     }
-    return pending_.end();
+    if (waitMs != 0) {
+        // About to sit idle: whatever is kept for writing in batches goes to its file now.
+        hostsystem::WritePending();
+    }
+    struct pollfd ready = {fd_, POLLIN, 0};
+    const int result = ::poll(&ready, 1, waitMs);
+    if (result < 0 && errno != EINTR) {
+        return LinxIpc::kError;
+    }
+    if (result > 0) {
+        knownEmpty_ = false;
+        return 0;
+    }
+    return waitMs == 0 ? LinxIpc::kTimeout : 0;
 }
 
-void LinxIpcImpl::Recycle(std::list<IpcMessage>::iterator message) {
-    if (spare_.size() < kSpareLimit) {
-        spare_.splice(spare_.end(), pending_, message);
-    } else {
-        pending_.erase(message);
-    }
-}
-
-void LinxIpcImpl::Dispatch() {
+void LinxIpcImpl::Dispatch(const IpcMessage& message) {
     Handler handler;
-    switch (current.MsgType()) {
+    switch (message.MsgType()) {
         case LinxIpc::kShutdownNotice:
             handler = shutdown;
             break;
@@ -244,7 +312,7 @@ void LinxIpcImpl::Dispatch() {
             handler = processDied;
             break;
         default:
-            handler = HandlerOf(current.MsgType());
+            handler = HandlerOf(message.MsgType());
             break;
     }
     // Copied out first: the handler may deregister itself or register others.
@@ -258,55 +326,78 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     if (fd_ < 0) {
         return LinxIpc::kError;
     }
-    const unsigned long long deadline =
-        timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
-    for (;;) {
-        if (!Drain()) {
-            return LinxIpc::kError;
-        }
-        if (out != nullptr) {
-            auto found = FindPending(type, sender, Pick::kAny);
-            if (found != pending_.end()) {
-                *out = *found;
-                Recycle(found);
-                return 0;
-            }
-        } else {
-            // A shutdown notice overtakes everything already waiting.
-            auto notice = FindPending(type, sender, Pick::kShutdownOnly);
-            if (notice != pending_.end()) {
-                current = *notice;
-                Recycle(notice);
-                Dispatch();
-                auto next = FindPending(type, sender, Pick::kNoShutdown);
-                if (next != pending_.end()) {
-                    current = *next;
-                    Recycle(next);
-                    Dispatch();
+    const bool any = type == 0 && sender.empty();
+    IpcMessage& target = out != nullptr ? *out : current_;
+    // What was read before and held back is older than anything still in the socket.
+    const std::size_t held = any ? backlog_.First() : backlog_.Find(type, sender);
+    if (held != hostipc::Backlog::kNone) {
+        backlog_.Take(held, target, senderScratch_);
+    } else {
+        const unsigned long long deadline =
+            timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
+        for (;;) {
+            // A selective receive stops reading at the bound: the rest stays in the socket and
+            // its senders wait, and what it waits for cannot get past them before the loop has
+            // taken what is held.
+            if (!backlog_.HasRoom()) {
+                if (!backlogFullLogged_) {
+                    std::fprintf(stderr,
+                                 "LinxIpc: %s holds back %zu messages (%zu bytes) while waiting "
+                                 "for type %u from '%s'; the rest waits in its queue\n",
+                                 name_.c_str(), backlog_.Count(), backlog_.Bytes(), type,
+                                 sender.c_str());
+                    backlogFullLogged_ = true;
                 }
-                return LinxIpc::kShutdown;
-            }
-            auto found = FindPending(type, sender, Pick::kAny);
-            if (found != pending_.end()) {
-                current = *found;
-                Recycle(found);
-                Dispatch();
-                return 0;
-            }
-        }
-        int waitMs = -1;
-        if (timeoutMs >= 0) {
-            const unsigned long long now = hostsystem::MonotonicMs();
-            if (now >= deadline) {
                 return LinxIpc::kTimeout;
             }
-            waitMs = static_cast<int>(deadline - now);
-        }
-        struct pollfd ready = {fd_, POLLIN, 0};
-        if (::poll(&ready, 1, waitMs) < 0 && errno != EINTR) {
-            return LinxIpc::kError;
+            hostipc::FrameView frame;
+            const Read read = knownEmpty_ ? Read::kEmpty : ReadOne(frame);
+            if (read == Read::kFailed) {
+                return LinxIpc::kError;
+            }
+            if (read == Read::kGot) {
+                if ((type == 0 || frame.type == type) &&
+                    (sender.empty() ||
+                     (sender.size() == frame.senderLength &&
+                      std::memcmp(sender.data(), frame.sender, frame.senderLength) == 0))) {
+                    Fill(target, frame);
+                    break;
+                }
+                backlog_.Push(frame);
+                continue;
+            }
+            knownEmpty_ = true;
+            const int waited = Wait(timeoutMs, deadline);
+            if (waited != 0) {
+                return waited;
+            }
         }
     }
+    if (backlog_.Empty()) {
+        backlogFullLogged_ = false;
+    }
+    if (out != nullptr) {
+        return 0;
+    }
+    if (any && backlog_.Empty()) {
+        ReadAhead();
+    }
+    Dispatch(current_);
+    if (current_.MsgType() == LinxIpc::kShutdownNotice) {
+        return LinxIpc::kShutdown;
+    }
+    // A shutdown notice right behind this message is handled in the same call, after it: the
+    // caller learns of the quit together with the last message that came before it.
+    const std::size_t next = backlog_.First();
+    if (!any || next == hostipc::Backlog::kNone ||
+        backlog_.TypeAt(next) != LinxIpc::kShutdownNotice) {
+        return 0;
+    }
+    backlog_.Take(next, notice_, senderScratch_);
+    active_ = &notice_;
+    Dispatch(notice_);
+    active_ = &current_;
+    return LinxIpc::kShutdown;
 }
 
 void LinxIpcImpl::SetHandler(unsigned int type, LinxHandler function, void* context) {

@@ -1,18 +1,19 @@
 // The endpoint behind LinxIpc: one AF_UNIX datagram socket bound at <domain>/<name>, the
-// messages read but not yet taken, and the handler table.
+// messages read but not yet taken, the destinations that stopped reading, and the handler table.
 #pragma once
 
 #include <sys/socket.h>
 #include <sys/types.h>
 #include <sys/un.h>
 
-#include <list>
 #include <map>
 #include <string>
 #include <vector>
 
+#include "Backlog.h"
 #include "IpcFrame.h"
 #include "LinxIpc.h"
+#include "StalledPeers.h"
 
 class LinxIpcImpl {
 public:
@@ -34,30 +35,45 @@ public:
     Handler shutdown;
     Handler processDied;
 
-    IpcMessage current;
+    // The message handlers see: the one received, or the shutdown notice while its handler runs.
+    IpcMessage& Current() { return *active_; }
 
 private:
-    // Moves every datagram already waiting into pending_. False on a transport error.
-    bool Drain();
-    // Runs the handler for `current`'s type, if any.
-    void Dispatch();
-    enum class Pick { kAny, kShutdownOnly, kNoShutdown };
-    // First pending message, in arrival order, that matches the filter; pending_.end() when none.
-    std::list<IpcMessage>::iterator FindPending(unsigned int type, const std::string& sender,
-                                                Pick pick);
-    void Recycle(std::list<IpcMessage>::iterator message);
+    enum class Read { kGot, kEmpty, kFailed };
+    // Reads the next datagram that is a well-formed frame from its claimed sender without
+    // waiting; frames that are not are dropped with a line each.
+    Read ReadOne(hostipc::FrameView& frame);
+    // True when the frame may be taken: its sender is the socket it came from, and notices
+    // only the state manager gives come from it.
+    bool Authentic(const hostipc::FrameView& frame, const struct sockaddr_un& from,
+                   socklen_t fromLength) const;
+    void Fill(IpcMessage& message, const hostipc::FrameView& frame);
+    // Reads ahead one message into the backlog, so that a shutdown notice right behind the
+    // message just taken is seen; notes when the socket was found empty.
+    void ReadAhead();
+    // Waits for input until the deadline; kTimeout, kError or 0 when something may be read.
+    int Wait(int timeoutMs, unsigned long long deadline);
+    // Runs the handler for `message`'s type, if any.
+    void Dispatch(const IpcMessage& message);
+    int Send(const struct msghdr& frame, bool wait, const std::string& destination);
     bool FillAddress(const std::string& destination, struct sockaddr_un& address,
                      socklen_t& length) const;
 
     LinxIpc& owner_;
     std::string name_;
     std::string domain_;
+    std::string stateMgrName_;
     int fd_ = -1;
     dev_t boundDevice_ = 0;
     ino_t boundInode_ = 0;
-    // Arrival order; spare_ keeps emptied nodes and their buffers for the next arrivals.
-    std::list<IpcMessage> pending_;
-    std::list<IpcMessage> spare_;
+    IpcMessage current_;
+    IpcMessage notice_;
+    IpcMessage* active_ = &current_;
+    hostipc::Backlog backlog_;
+    bool backlogFullLogged_ = false;
+    // The socket was found empty and nothing was read from it since.
+    bool knownEmpty_ = false;
+    hostipc::StalledPeers stalled_;
     std::vector<unsigned char> datagram_;
     std::string senderScratch_;
     std::map<unsigned int, Handler> handlers_;

@@ -76,6 +76,14 @@ void SubscribeServer::SubscribeRequestHandler(LinxIpc* ipc, void* context) {
     const std::uint32_t itemId = hostipc::WordAt(request.DataPtr(), 0);
     const std::uint32_t notifyId = hostipc::WordAt(request.DataPtr(), 1);
     const std::string sender = request.GetSender();
+    // The reserved types are the platform's own; a notice under one of them would be taken
+    // for a quit, a death or protocol traffic by the subscriber.
+    const bool reserved = notifyId >= hostipc::kFirstReservedType;
+    if (reserved) {
+        std::fprintf(stderr,
+                     "SubscribeServer: %s asked for item %u as reserved type %#x: refused\n",
+                     sender.c_str(), itemId, notifyId);
+    }
 
     // The reply starts as a protocol message no notification can be numbered as; it counts as
     // served only when GetItem turned it into a message of the notification id. GetItem is the
@@ -85,8 +93,10 @@ void SubscribeServer::SubscribeRequestHandler(LinxIpc* ipc, void* context) {
         hostipc::SeamBypass bypass;
         value.Allocate(LinxIpc::kSubscribeReply, 0, nullptr);
     }
-    server->GetItem(itemId, value, notifyId);
-    const bool served = value.MsgType() == notifyId && notifyId != LinxIpc::kSubscribeReply;
+    if (!reserved) {
+        server->GetItem(itemId, value, notifyId);
+    }
+    const bool served = !reserved && value.MsgType() == notifyId;
 
     hostipc::SeamBypass bypass;
     IpcMessage reply;

@@ -9,15 +9,20 @@
 #include <cstring>
 
 #include "BigEndian.h"
+#include "HostDomain.h"
 #include "JournalFormat.h"
+#include "PendingWrites.h"
 #include "RecordSchema.h"
 #include "Systick.h"
 
 namespace {
 
-// Buffered records are written out (without a sync) once this much has gathered, so memory
-// stays bounded between the once-a-second syncs.
+// Records are handed to the file in batches: when this much has gathered, when the oldest has
+// waited kWriteDelayMs, and whenever the process is about to sit idle (PendingWrites). A flood
+// then costs one write() per batch, not one per message, and a reader of the live files is at
+// most a few milliseconds behind.
 const std::size_t kWriteThreshold = 64u << 10;
+const unsigned long long kWriteDelayMs = 4;
 const std::size_t kPendingCapacity =
     kWriteThreshold + mdj::kFrameHeaderSize + mdj::StoreState::kMaxSnapshotBody + 4096;
 const std::size_t kMinMaxBytes = 2 * DataStoreJournal::kMinSegmentBytes;
@@ -76,7 +81,11 @@ bool DataStoreJournal::Open() {
     const std::uint32_t next = segments_.empty() ? 1 : segments_.back().file.number + 1;
     state_->Clear();
     haveSyncTick_ = false;
-    return CreateSegment(next, mdj::kCauseOpen);
+    if (!CreateSegment(next, mdj::kCauseOpen)) {
+        return false;
+    }
+    hostsystem::AddPendingWriter(&DataStoreJournal::WriteNow, this);
+    return true;
 }
 
 // Finds how the last run ended and cuts off a record it left half written.
@@ -175,6 +184,7 @@ bool DataStoreJournal::Roll() {
 }
 
 void DataStoreJournal::Close() {
+    hostsystem::RemovePendingWriter(&DataStoreJournal::WriteNow, this);
     if (!IsOpen()) {
         return;
     }
@@ -188,9 +198,8 @@ void DataStoreJournal::TimerTick(std::uint32_t tick) {
     if (!IsOpen()) {
         return;
     }
-    // Every pass hands what it reported to the file (a write, not a sync), so that a copy or
-    // another reader sees every record reported before it; only the sync to flash waits for
-    // a second to pass.
+    // The sync to flash waits for a second to pass; the write of a batch only for
+    // kWriteDelayMs (or for the endpoint to go idle, or for the batch to fill).
     bool sync = false;
     if (tick == Systick::kUnavailable) {
         // No clock to schedule by: every pass puts the data down.
@@ -203,7 +212,17 @@ void DataStoreJournal::TimerTick(std::uint32_t tick) {
         sync = true;
         lastSyncTick_ = tick;
     }
-    Flush(sync);
+    if (sync ||
+        (pendingSize_ > 0 && hostsystem::MonotonicMs() - pendingSinceMs_ >= kWriteDelayMs)) {
+        Flush(sync);
+    }
+}
+
+void DataStoreJournal::WriteNow(void* journal) {
+    DataStoreJournal* self = static_cast<DataStoreJournal*>(journal);
+    if (self->IsOpen()) {
+        self->WritePending();
+    }
 }
 
 bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size) {
@@ -213,6 +232,9 @@ bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, s
     }
     if (pendingSize_ + frame > kPendingCapacity && !WritePending()) {
         return false;
+    }
+    if (pendingSize_ == 0) {
+        pendingSinceMs_ = hostsystem::MonotonicMs();
     }
     unsigned char header[mdj::kFrameHeaderSize];
     mdj::PutFrameHeader(header, op, currentTick_, body, static_cast<std::uint32_t>(size));

@@ -54,6 +54,8 @@ private:
     bool AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size);
     bool AppendSnapshot(bool force, std::uint8_t cause);
     bool WritePending();
+    // The PendingWrites hook: the process is about to wait for input, or to read the files.
+    static void WriteNow(void* journal);
     void Flush(bool sync);
 
     std::string basePath_;
@@ -79,6 +81,7 @@ private:
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;
+    unsigned long long pendingSinceMs_ = 0;  // when the oldest buffered record was added
     std::unique_ptr<unsigned char[]> snapshot_;
     std::unique_ptr<mdj::StoreState> state_;
     unsigned char scratch_[kScratchBytes];

@@ -1,5 +1,6 @@
 #include "MetadataReader.h"
 
+#include "PendingWrites.h"
 #include "RangeCopy.h"
 #include "Watchdog.h"
 
@@ -26,6 +27,8 @@ MetadataReader::MetadataReader() = default;
 
 bool MetadataReader::ReadToNewFile(const std::string& source, const std::string& destination,
                                    unsigned int first, unsigned int second, Watchdog* watchdog) {
+    // Records this process reported and still holds for its next batch belong in the copy.
+    hostsystem::WritePending();
     WatchdogProgress progress(watchdog);
     return mdj::CopyRange(source, destination, first, second, &progress);
 }

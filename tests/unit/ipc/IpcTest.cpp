@@ -8,10 +8,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ExternalMgrApi.h"
@@ -323,33 +325,42 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrderAlsoInsideHandlers) 
     EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2", "30:ping"}), inside.calls);
 }
 
-// The state manager's notices: shutdown overtakes waiting messages, process-died names the
-// process, and filters and copies out still apply to them.
-TEST(LinxIpc, NoticesOvertakeAndCarryTheirProcess) {
+// Notices come in arrival order (a quit right behind a message is reported with it, which stays
+// current), only from the state manager, and only from the socket that bears the sender's name;
+// filters and copies out apply to them as to any message.
+TEST(LinxIpc, NoticesInOrderAndOnlyFromTheStateManager) {
     TestEnv env;
     LinxIpc main("Main");
     LinxIpc state("StateMgr");
+    LinxIpc other("Other");
+    RawSocket raw(env.Domain(), "Raw");
     ASSERT_EQ(0, main.Init());
     ASSERT_EQ(0, state.Init());
+    ASSERT_EQ(0, other.Init());
+    ASSERT_TRUE(raw.Bound());
     std::vector<std::string> log;
     main.RegisterShutdown(Record, &log);
     main.RegisterProcessDied(Record, &log);
     main.RegisterHandler(20, Record, &log);
     const std::string quit = std::to_string(LinxIpc::kShutdownNotice) + ":";
-    const std::string died = std::to_string(LinxIpc::kProcessDiedNotice) + ":";
+    const std::string died =
+        std::to_string(LinxIpc::kProcessDiedNotice) + ":" + Words({e_Process_VideoMgr});
 
-    ASSERT_TRUE(Send(state, "Main", 20));
+    ASSERT_TRUE(Send(other, "Main", LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(Send(other, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_VideoMgr})));
+    ASSERT_TRUE(raw.SendTo("Main", Frame(kMagic, LinxIpc::kShutdownNotice, "StateMgr", 8, "", 0)));
+    ASSERT_TRUE(raw.SendTo("Main", Frame(kMagic, 20, "Other", 5, "forged", 6)));
+    for (const char* text : {"a", "b"}) {
+        ASSERT_TRUE(Send(state, "Main", 20, text));
+    }
     ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
-    ASSERT_TRUE(Send(state, "Main", 21));
-    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
-    EXPECT_EQ((std::vector<std::string>{quit, "20:"}), log);
-    EXPECT_EQ(20u, main.CurrentMessage().MsgType());  // the one dispatched after the notice
-    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-    EXPECT_EQ(21u, main.CurrentMessage().MsgType());
-
     ASSERT_TRUE(Send(state, "Main", LinxIpc::kProcessDiedNotice, Words({e_Process_VideoMgr})));
     EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
-    EXPECT_EQ((std::vector<std::string>{quit, "20:", died + Words({e_Process_VideoMgr})}), log);
+    EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ("b", Text(main.CurrentMessage()));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ((std::vector<std::string>{"20:a", "20:b", quit, died}), log);
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
 
     // A selective receive for another type leaves the notice for the main loop; a copy out is
     // not a dispatch.
@@ -361,14 +372,43 @@ TEST(LinxIpc, NoticesOvertakeAndCarryTheirProcess) {
     ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
     EXPECT_EQ(0, main.Receive(1000, 0, kAny, &got));
     EXPECT_EQ(LinxIpc::kShutdownNotice, got.MsgType());
-    EXPECT_EQ(4u, log.size());
+    EXPECT_EQ(5u, log.size());
 
     // Without handlers a shutdown notice is only reported and stays current.
     main.DeregisterShutdown();
     ASSERT_TRUE(Send(state, "Main", LinxIpc::kShutdownNotice));
     EXPECT_EQ(LinxIpc::kShutdown, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ(LinxIpc::kShutdownNotice, main.CurrentMessage().MsgType());
-    EXPECT_EQ(4u, log.size());
+    EXPECT_EQ(5u, log.size());
+}
+
+// A selective receive holds back no more than its bound: the rest stays in the socket and the
+// sender waits for room. The loop then takes every message, in the order sent.
+TEST(LinxIpc, HeldBackMessagesAreBoundedAndNoneIsLost) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc flood("Flood");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, flood.Init());
+    const int kMessages = 3000;
+    std::atomic<int> sent{0};
+    std::thread sender([&] {
+        while (sent < kMessages && Send(flood, "Main", 20, std::to_string(sent.load()))) {
+            ++sent;
+        }
+    });
+    IpcMessage got;
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20000, 99, kAny, &got));
+    EXPECT_LT(sent.load(), kMessages);
+    std::vector<std::string> log;
+    main.RegisterHandler(20, Record, &log);
+    while (log.size() < kMessages && main.Receive(5000, 0, kAny, nullptr) == 0) {
+    }
+    sender.join();
+    ASSERT_EQ(static_cast<std::size_t>(kMessages), log.size());
+    for (int i = 0; i < kMessages; ++i) {
+        ASSERT_EQ("20:" + std::to_string(i), log[i]);
+    }
 }
 
 namespace {
