@@ -95,7 +95,7 @@ TEST(Linxpeer, FieldsArriveAsWrittenAndPassivePeerPrints) {
                               "text@0=/media/clip.md u32@1024=7 u32@1028=4294967295 len=1032\n"
                               "expect MicState u32@0=1 u32@4=3 u8@8=1 u8@9=0 len=10\n"
                               "expect 4711 i16@0=-40 hex@2=0aff \"text@4=a b\" len=8\n"
-                              "expect ProcessDied from VideoMgr u32@0=21\n"
+                              "expect ProcessDied from StateMgr u32@0=21\n"
                               "never Bookmark within 300\n");
     ASSERT_TRUE(receiver->WaitForOut("receiver.scenario:2:", kRunMs)) << receiver->Out();
     Subprocess passive({ProgramPath("linxpeer"), "--process", "12"}, {}, env.Root());
@@ -105,6 +105,7 @@ TEST(Linxpeer, FieldsArriveAsWrittenAndPassivePeerPrints) {
     const ProgramResult sender =
         RunPeer(env, "sender",
                 "role VideoMgr\n"
+                "statemgr   # notices are taken only from the state manager\n"
                 "send Cli MetadataToFile textN:1024:/media/clip.md u32:7 u32:0xFFFFFFFF\n"
                 "send Cli MicState u32:1 u32:3 u8:1 u8:0\n"
                 "send Cli 4711 i16:-40 hex:0aff \"text:a b\"   # a type without a name\n"

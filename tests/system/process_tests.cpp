@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <chrono>
@@ -35,6 +36,10 @@ Bytes WordBytes(unsigned int word) {
     std::memcpy(bytes.data(), &word, sizeof word);
     return bytes;
 }
+
+// The process's own bound on its peak memory (the emulator's own memory comes on top under
+// qemu-ppc).
+const long kPeakRssKiB = 16 * 1024;
 
 const std::string& NameOf(e_Process process) {
     return LinxServerNameList::Instance().Name(process);
@@ -315,4 +320,93 @@ TEST(ProcessControl, LogLevelOptionBaseTenLastWins) {
         EXPECT_EQ(0, result.exitCode);
         EXPECT_THAT(result.err, Not(HasSubstr("MetadataMgr:")));
     }
+}
+
+// A flood of bookmarks while the process waits for a server that does not answer (a renewal
+// after its restart), then the quit: the waiting messages are held back within their bound and
+// the rest stays with the sender, every bookmark accepted is stored before the store closes,
+// and the process's peak memory stays small.
+TEST(ProcessFlood, HeldBehindASilentServerThenQuit) {
+    TestEnv env;
+    Vehicle vehicle;
+    auto process = StartManager(env, {}, {"-l", "0"});
+    ASSERT_TRUE(vehicle.Expect(13232));
+    ASSERT_TRUE(vehicle.Send(13233, {1}));
+    ASSERT_TRUE(vehicle.Expect(13234)) << process->Err();
+    ASSERT_TRUE(vehicle.Send(13235));
+    // The external manager's endpoint is not served from here on: the renewal waits in vain.
+    ASSERT_TRUE(vehicle.Send(13236, WordBytes(e_Process_ExternalMgr)));
+    LinxIpc flood("Flood");
+    ASSERT_EQ(0, flood.Init());
+    const unsigned int kBookmarks = 10000;
+    unsigned int accepted = 0;
+    IpcMessage bookmark;
+    for (unsigned int tick = 1; tick <= kBookmarks; ++tick) {
+        ASSERT_EQ(0, bookmark.Allocate(13509, sizeof tick, reinterpret_cast<char*>(&tick)));
+        accepted += flood.Notify(NameOf(e_Process_MetadataMgr), bookmark, true) == 0 ? 1 : 0;
+    }
+    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
+    ASSERT_TRUE(vehicle.Expect(13239));
+    const ProgramResult result = process->Wait(60000);
+    EXPECT_EQ(0, result.exitCode) << result.err;
+    struct rusage usage;
+    ASSERT_EQ(0, getrusage(RUSAGE_CHILDREN, &usage));
+    EXPECT_LT(usage.ru_maxrss, kPeakRssKiB) << "peak RSS in KiB";
+    const std::vector<StoreRecord> records =
+        ReadStoreRecords(env.MetadataPath(), env.Root(), {}, nullptr);
+    EXPECT_GT(accepted, kBookmarks / 2);
+    EXPECT_EQ(accepted, WithOp(records, "ReportBookmark").size());
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ("ReportShutdownData", records.back().Op());
+}
+
+// Peers that lie or do not listen: notices from anyone but the state manager and a subscription
+// under a reserved type are refused and the process runs on; a requester that never reads its
+// answers delays the loop once, and the state manager's ping is answered soon after.
+TEST(ProcessPeers, ForgedNoticesAndUnreadAnswers) {
+    TestEnv env;
+    Vehicle vehicle;
+    auto process = StartManager(env, {"RUN_WITHOUT_STATEMGR=1"});
+    ASSERT_TRUE(vehicle.Send(1873, WordBytes(0)));
+    ASSERT_TRUE(vehicle.Expect(1874)) << "answered from the loop, once subscribed";
+    LinxIpc evil("Evil");
+    ASSERT_EQ(0, evil.Init());
+    const std::string& manager = NameOf(e_Process_MetadataMgr);
+    IpcMessage message;
+    const unsigned int request[2] = {0, LinxIpc::kShutdownNotice};  // bookmark item as a quit
+    for (const auto& [type, payload] : std::vector<std::pair<unsigned int, Bytes>>{
+             {LinxIpc::kShutdownNotice, {}},
+             {LinxIpc::kProcessDiedNotice, WordBytes(e_Process_ExternalMgr)},
+             {LinxIpc::kSubscribeRequest,
+              Bytes(reinterpret_cast<const unsigned char*>(request),
+                    reinterpret_cast<const unsigned char*>(request) + sizeof request)}}) {
+        Bytes bytes = payload;
+        ASSERT_EQ(0, message.Allocate(type, bytes.size(), reinterpret_cast<char*>(bytes.data())));
+        ASSERT_TRUE(vehicle.Pump(20000, [&] { return evil.Notify(manager, message, true) == 0; }));
+    }
+    ASSERT_EQ(0, evil.Receive(20000, LinxIpc::kSubscribeReply, manager, &message));
+    ASSERT_EQ(12u, message.Size());
+    EXPECT_EQ(WordBytes(1), Bytes(message.DataPtr() + 8, message.DataPtr() + 12)) << "refused";
+
+    LinxIpc sink("Sink");
+    ASSERT_EQ(0, sink.Init());
+    ASSERT_EQ(0, message.Allocate(13488, 0, nullptr));
+    for (int ping = 0; ping < 40; ++ping) {
+        sink.Notify(manager, message, true);
+    }
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(vehicle.Send(13488));
+    ASSERT_TRUE(vehicle.Expect(13489));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+
+    ASSERT_TRUE(vehicle.Send(LinxIpc::kShutdownNotice));
+    const ProgramResult result = process->Wait(20000);
+    EXPECT_EQ(0, result.exitCode);
+    EXPECT_TRUE(InOrder(result.err, {"dropped a shutdown notice from Evil",
+                                     "dropped a process-died notice from Evil",
+                                     "Evil asked for item 0 as reserved type", "Ping Handler",
+                                     "Sink does not read its queue", "Exiting 0"}));
+    EXPECT_EQ(result.err.find("does not read its queue"),
+              result.err.rfind("does not read its queue"))
+        << "once per episode";
 }

@@ -208,7 +208,7 @@ bool LinxIpcImpl::Authentic(const hostipc::FrameView& frame, const struct sockad
         std::memcmp(from.sun_path + domain_.size() + 1, frame.sender, frame.senderLength) == 0;
     if (!fromItsName) {
         std::fprintf(stderr,
-                     "LinxIpc: %s dropped a message of type %u claiming to be from %.*s: it came "
+                     "LinxIpc: %s dropped a message of type %#x claiming to be from %.*s: it came "
                      "from '%.*s'\n",
                      name_.c_str(), frame.type, static_cast<int>(frame.senderLength), frame.sender,
                      static_cast<int>(pathLength), from.sun_path);
@@ -343,7 +343,7 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
                 if (!backlogFullLogged_) {
                     std::fprintf(stderr,
                                  "LinxIpc: %s holds back %zu messages (%zu bytes) while waiting "
-                                 "for type %u from '%s'; the rest waits in its queue\n",
+                                 "for type %#x from '%s'; the rest waits in its queue\n",
                                  name_.c_str(), backlog_.Count(), backlog_.Bytes(), type,
                                  sender.c_str());
                     backlogFullLogged_ = true;
@@ -382,8 +382,10 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     if (any && backlog_.Empty()) {
         ReadAhead();
     }
+    // Read first: the quit handler builds its answer in the current message.
+    const bool quit = current_.MsgType() == LinxIpc::kShutdownNotice;
     Dispatch(current_);
-    if (current_.MsgType() == LinxIpc::kShutdownNotice) {
+    if (quit) {
         return LinxIpc::kShutdown;
     }
     // A shutdown notice right behind this message is handled in the same call, after it: the

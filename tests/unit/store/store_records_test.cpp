@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <unistd.h>
+#include <chrono>
 #include <iterator>
+#include <thread>
 
 #include "DataStore.h"
+#include "LinxIpc.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
@@ -201,7 +204,7 @@ TEST(StoreRecords, RangeFilterUsesOwnTickElseTheStoreTick) {
     EXPECT_EQ("ReportSystemSerialNum: ReportSpeed:0 ", ops({"--from", "0x12c"}));
 }
 
-TEST(StoreRecords, OpenRefusesAMissingOrNonDirectoryPlaceAndBuffersUntilTheNextPass) {
+TEST(StoreRecords, OpenRefusesAMissingOrNonDirectoryPlaceAndWritesInBatches) {
     StoreDir dir;
     dir.env.WriteFile("media/plain", "x");
     for (const char* place : {"/nowhere/metadata", "/plain/metadata"}) {
@@ -216,21 +219,27 @@ TEST(StoreRecords, OpenRefusesAMissingOrNonDirectoryPlaceAndBuffersUntilTheNextP
     }
     ::chmod((dir.env.Media() + "/metadata").c_str(), 0770);
 
-    // Records stay in memory until the next loop pass's tick hands them to the file.
+    // Records stay in memory while the loop is busy; they go to the file when the endpoint is
+    // about to wait for input, or at the first pass a few milliseconds after they were made.
     DataStoreNormal store(dir.base);
     ASSERT_TRUE(store.Open());
-    store.TimerTick(10000);
     const std::string segment = dir.Segments().at(0);
     const std::size_t opened = ReadFileText(segment).size();
     store.ReportBookmark(10000);
     EXPECT_EQ(opened, ReadFileText(segment).size());
-    store.TimerTick(10001);
+    LinxIpc endpoint("Idle");
+    ASSERT_EQ(0, endpoint.Init());
+    EXPECT_EQ(LinxIpc::kTimeout, endpoint.Receive(1, 0, LinxIpc::emptyString, nullptr));
     const ReadResult flushed(dir.base);
     EXPECT_EQ(2u, flushed.records.size());
     EXPECT_TRUE(flushed.problems.empty());
+    store.ReportBookmark(10001);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    store.TimerTick(10001);
+    EXPECT_EQ(3u, ReadResult(dir.base).records.size());
     // Without a tick source, every pass puts the data down.
     store.ReportBookmark(1);
     store.TimerTick(0xFFFFFFFFu);
-    EXPECT_EQ(3u, ReadResult(dir.base).records.size());
+    EXPECT_EQ(4u, ReadResult(dir.base).records.size());
     store.Close();
 }

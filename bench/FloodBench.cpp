@@ -1,0 +1,241 @@
+// The real process under a flood, against the kernel's own datagram path in the same run.
+//
+// A separate sender process sends MESSAGES bookmark notices (13509, a 4-byte tick) to the real
+// MetadataMgr binary, which stores each one; the run ends when a ping sent after the last
+// bookmark is answered (the process handles messages in arrival order). The anchors send frames
+// of the same size from a separate process to a plain AF_UNIX datagram socket that only
+// recv()s them, and one that recv()s and write()s each to a file. Each anchor runs before and
+// after the process; their mean is the yardstick. Prints the rates, the ratios, the process's
+// peak RSS and /proc/loadavg before and after.
+//
+//   flood_bench [MESSAGES]      (default 300000)
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "Item.h"
+#include "LinxIpc.h"
+#include "LinxServerNameList.h"
+#include "StreamingLvsStateItem.h"
+#include "Subprocess.h"
+#include "Subscribe.h"
+#include "TestEnv.h"
+
+namespace {
+
+const unsigned int kBookmark = 13509;
+const unsigned int kPing = 13488;
+const unsigned int kPingAnswer = 13489;
+// What the sender's bookmark frame carries: header, the name "Flood", the tick.
+const std::size_t kFrameBytes = 16 + 5 + 4;
+
+double Seconds(std::chrono::steady_clock::time_point since) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+}
+
+std::string LoadAverage() {
+    std::ifstream in("/proc/loadavg");
+    std::string line;
+    std::getline(in, line);
+    return line;
+}
+
+long PeakRssKiB(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.compare(0, 6, "VmHWM:") == 0) {
+            return std::atol(line.c_str() + 6);
+        }
+    }
+    return -1;
+}
+
+int BoundSocket(const std::string& path) {
+    const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    struct sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (fd < 0 || ::bind(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0) {
+        std::perror(path.c_str());
+        std::exit(2);
+    }
+    return fd;
+}
+
+// Messages per second through a bare datagram socket, from a separate sending process.
+double RawRate(const TestEnv& env, unsigned int messages, bool writeEach) {
+    const std::string receiverPath = env.Path("raw-receiver");
+    const int receiver = BoundSocket(receiverPath);
+    const int file =
+        writeEach ? ::open(env.Path("raw-records").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
+                  : -1;
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t sender = ::fork();
+    if (sender == 0) {
+        const int fd = BoundSocket(env.Path("raw-sender"));
+        struct sockaddr_un to = {};
+        to.sun_family = AF_UNIX;
+        receiverPath.copy(to.sun_path, sizeof to.sun_path - 1);
+        unsigned char frame[kFrameBytes] = {};
+        for (unsigned int i = 0; i < messages; ++i) {
+            std::memcpy(frame + kFrameBytes - 4, &i, sizeof i);
+            if (::sendto(fd, frame, sizeof frame, 0, reinterpret_cast<struct sockaddr*>(&to),
+                         sizeof to) < 0) {
+                ::_exit(1);
+            }
+        }
+        ::_exit(0);
+    }
+    std::vector<unsigned char> buffer(70000);
+    for (unsigned int i = 0; i < messages; ++i) {
+        const ssize_t got = ::recv(receiver, buffer.data(), buffer.size(), 0);
+        if (got > 0 && file >= 0 && ::write(file, buffer.data(), static_cast<size_t>(got)) < 0) {
+            std::perror("write");
+        }
+    }
+    const double rate = messages / Seconds(start);
+    ::waitpid(sender, nullptr, 0);
+    ::close(receiver);
+    if (file >= 0) {
+        ::close(file);
+    }
+    ::unlink(receiverPath.c_str());
+    ::unlink(env.Path("raw-sender").c_str());
+    return rate;
+}
+
+// Serves every item asked of it with a default ItemT: the state manager's and the external
+// manager's items, which the process subscribes to at start.
+template <typename ItemT>
+class StubServer : public SubscribeServer {
+public:
+    using SubscribeServer::SubscribeServer;
+    void GetItem(unsigned int, IpcMessage& reply, unsigned int msgType) override {
+        const ItemT item;
+        if (reply.Allocate(msgType, item.Size(), nullptr) == 0) {
+            item.EncodeMsg(reply);
+        }
+    }
+};
+
+struct Peers {
+    LinxIpc stateMgr{LinxServerNameList::Instance().Name(e_Process_StateMgr)};
+    LinxIpc externalMgr{LinxServerNameList::Instance().Name(e_Process_ExternalMgr)};
+    LinxIpc bench{"Bench"};
+    bool Open() { return stateMgr.Init() == 0 && externalMgr.Init() == 0 && bench.Init() == 0; }
+    // Serves the two servers until the process answers a ping; false after timeoutMs.
+    bool Ping(int timeoutMs) {
+        StubServer<SystickItem> stateServer(stateMgr);
+        StubServer<ExternalMgrApi::StreamingLvsStateItem> externalServer(externalMgr);
+        const std::string& manager = LinxServerNameList::Instance().Name(e_Process_MetadataMgr);
+        IpcMessage ping;
+        ping.Allocate(kPing, 0, nullptr);
+        const auto start = std::chrono::steady_clock::now();
+        bool sent = false;
+        while (Seconds(start) * 1000 < timeoutMs) {
+            sent = sent || bench.Notify(manager, ping, true) == 0;
+            IpcMessage answer;
+            if (sent && bench.Receive(5, kPingAnswer, LinxIpc::emptyString, &answer) == 0) {
+                return true;
+            }
+            stateMgr.Receive(5, 0, LinxIpc::emptyString, nullptr);
+            externalMgr.Receive(5, 0, LinxIpc::emptyString, nullptr);
+        }
+        return false;
+    }
+};
+
+pid_t StartManager() {
+    for (const char* off : {"NO_CONFIGMGR", "NO_FPGA", "NO_GPSHAL", "NO_RADARHAL", "NO_MICMGR",
+                            "NO_VIDEOMGR", "NO_ACCELHAL", "NO_TEMPHAL", "RUN_WITHOUT_STATEMGR"}) {
+        ::setenv(off, "1", 1);
+    }
+    const std::string program = ProgramPath("MetadataMgr");
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::execl(program.c_str(), program.c_str(), "-l", "0", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    return pid;
+}
+
+// Sends the bookmarks from a process of its own; its exit status counts the sends that failed.
+pid_t StartSender(unsigned int messages) {
+    const pid_t pid = ::fork();
+    if (pid != 0) {
+        return pid;
+    }
+    LinxIpc flood("Flood");
+    unsigned int failed = flood.Init() == 0 ? 0 : messages;
+    IpcMessage bookmark;
+    bookmark.Allocate(kBookmark, 4, nullptr);
+    const std::string& manager = LinxServerNameList::Instance().Name(e_Process_MetadataMgr);
+    for (unsigned int tick = 1; tick <= messages && failed == 0; ++tick) {
+        std::memcpy(bookmark.DataPtr(), &tick, sizeof tick);
+        failed += flood.Notify(manager, bookmark, true) == 0 ? 0 : 1;
+    }
+    // No destructors: the parent's endpoints, copied by fork, are not this process's to remove.
+    ::_exit(failed == 0 ? 0 : 1);
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+    const unsigned int messages =
+        argc > 1 ? static_cast<unsigned int>(std::strtoul(argv[1], nullptr, 10)) : 300000;
+    TestEnv env;
+    std::printf("messages: %u of %zu bytes\nload before: %s\n", messages, kFrameBytes,
+                LoadAverage().c_str());
+    const double recvBefore = RawRate(env, messages, false);
+    const double writeBefore = RawRate(env, messages, true);
+
+    Peers peers;
+    if (!peers.Open()) {
+        std::fprintf(stderr, "cannot open the bench's endpoints\n");
+        return 2;
+    }
+    const pid_t manager = StartManager();
+    if (!peers.Ping(60000)) {
+        std::fprintf(stderr, "MetadataMgr did not come up\n");
+        ::kill(manager, SIGKILL);
+        return 2;
+    }
+    const auto start = std::chrono::steady_clock::now();
+    int senderStatus = 0;
+    ::waitpid(StartSender(messages), &senderStatus, 0);
+    const bool done = peers.Ping(600000);
+    const double managerRate = messages / Seconds(start);
+    const long peakKiB = PeakRssKiB(manager);
+    IpcMessage quit;
+    quit.Allocate(LinxIpc::kShutdownNotice, 0, nullptr);
+    peers.stateMgr.Notify(LinxServerNameList::Instance().Name(e_Process_MetadataMgr), quit, true);
+    int managerStatus = 0;
+    ::waitpid(manager, &managerStatus, 0);
+
+    const double recvAfter = RawRate(env, messages, false);
+    const double writeAfter = RawRate(env, messages, true);
+    const double recvRate = (recvBefore + recvAfter) / 2;
+    const double writeRate = (writeBefore + writeAfter) / 2;
+    std::printf("raw recv:          %9.0f msg/s (before %.0f, after %.0f)\n", recvRate, recvBefore,
+                recvAfter);
+    std::printf("raw recv + write:  %9.0f msg/s (before %.0f, after %.0f)\n", writeRate,
+                writeBefore, writeAfter);
+    std::printf("MetadataMgr:       %9.0f msg/s, peak RSS %ld KiB, exit %d%s\n", managerRate,
+                peakKiB, WIFEXITED(managerStatus) ? WEXITSTATUS(managerStatus) : -1,
+                done && senderStatus == 0 ? "" : " (INCOMPLETE: sends failed or no answer)");
+    std::printf("ratio to raw recv: %.2f\nratio to recv + write: %.2f\nload after: %s\n",
+                managerRate / recvRate, managerRate / writeRate, LoadAverage().c_str());
+    return done && senderStatus == 0 ? 0 : 1;
+}
