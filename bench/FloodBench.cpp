@@ -4,23 +4,27 @@
 // MetadataMgr binary, which stores each one; the run ends when a ping sent after the last
 // bookmark is answered (the process handles messages in arrival order). The anchors send frames
 // of the same size from a separate process to a plain AF_UNIX datagram socket that only
-// recv()s them, and one that recv()s and write()s each to a file. Each anchor runs before and
-// after the process; their mean is the yardstick. Prints the rates, the ratios, the process's
-// peak RSS and /proc/loadavg before and after.
+// recv()s them, and one that recv()s and write()s each to a file. Each round runs the two
+// anchors and then the process; the ratios are taken within a round, for the rate and for the
+// receiver's CPU time per message (steadier on a loaded machine). Prints every round, the
+// median ratios, the process's peak RSS over all rounds and /proc/loadavg before and after.
 //
-//   flood_bench [MESSAGES]      (default 300000)
+//   flood_bench [MESSAGES [ROUNDS]]      (defaults 300000 and 3)
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -62,6 +66,34 @@ long PeakRssKiB(pid_t pid) {
     return -1;
 }
 
+// CPU seconds (user + system) this process has used.
+double OwnCpuSeconds() {
+    struct rusage usage;
+    ::getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// CPU seconds another process has used, from /proc (clock-tick resolution).
+double CpuSeconds(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string line;
+    std::getline(in, line);
+    // Fields after the command's closing parenthesis: state is field 3, utime 14, stime 15.
+    std::istringstream fields(line.substr(line.rfind(')') + 2));
+    std::string field;
+    double ticks = 0;
+    for (int number = 3; number <= 15 && fields >> field; ++number) {
+        ticks += number >= 14 ? std::atof(field.c_str()) : 0;
+    }
+    return ticks / static_cast<double>(::sysconf(_SC_CLK_TCK));
+}
+
+struct Rate {
+    double perSecond;
+    double cpuMicros;  // receiver's CPU per message
+};
+
 int BoundSocket(const std::string& path) {
     const int fd = ::socket(AF_UNIX, SOCK_DGRAM, 0);
     struct sockaddr_un address = {};
@@ -75,13 +107,14 @@ int BoundSocket(const std::string& path) {
 }
 
 // Messages per second through a bare datagram socket, from a separate sending process.
-double RawRate(const TestEnv& env, unsigned int messages, bool writeEach) {
+Rate RawRate(const TestEnv& env, unsigned int messages, bool writeEach) {
     const std::string receiverPath = env.Path("raw-receiver");
     const int receiver = BoundSocket(receiverPath);
     const int file =
         writeEach ? ::open(env.Path("raw-records").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600)
                   : -1;
     const auto start = std::chrono::steady_clock::now();
+    const double cpuStart = OwnCpuSeconds();
     const pid_t sender = ::fork();
     if (sender == 0) {
         const int fd = BoundSocket(env.Path("raw-sender"));
@@ -105,7 +138,7 @@ double RawRate(const TestEnv& env, unsigned int messages, bool writeEach) {
             std::perror("write");
         }
     }
-    const double rate = messages / Seconds(start);
+    const Rate rate{messages / Seconds(start), (OwnCpuSeconds() - cpuStart) * 1e6 / messages};
     ::waitpid(sender, nullptr, 0);
     ::close(receiver);
     if (file >= 0) {
@@ -157,6 +190,11 @@ struct Peers {
     }
 };
 
+double Median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
 pid_t StartManager() {
     for (const char* off : {"NO_CONFIGMGR", "NO_FPGA", "NO_GPSHAL", "NO_RADARHAL", "NO_MICMGR",
                             "NO_VIDEOMGR", "NO_ACCELHAL", "NO_TEMPHAL", "RUN_WITHOUT_STATEMGR"}) {
@@ -195,12 +233,10 @@ pid_t StartSender(unsigned int messages) {
 int main(int argc, char* argv[]) {
     const unsigned int messages =
         argc > 1 ? static_cast<unsigned int>(std::strtoul(argv[1], nullptr, 10)) : 300000;
+    const int rounds = argc > 2 ? std::atoi(argv[2]) : 3;
     TestEnv env;
-    std::printf("messages: %u of %zu bytes\nload before: %s\n", messages, kFrameBytes,
-                LoadAverage().c_str());
-    const double recvBefore = RawRate(env, messages, false);
-    const double writeBefore = RawRate(env, messages, true);
-
+    std::printf("%d rounds of %u messages of %zu bytes\nload before: %s\n", rounds, messages,
+                kFrameBytes, LoadAverage().c_str());
     Peers peers;
     if (!peers.Open()) {
         std::fprintf(stderr, "cannot open the bench's endpoints\n");
@@ -212,30 +248,42 @@ int main(int argc, char* argv[]) {
         ::kill(manager, SIGKILL);
         return 2;
     }
-    const auto start = std::chrono::steady_clock::now();
-    int senderStatus = 0;
-    ::waitpid(StartSender(messages), &senderStatus, 0);
-    const bool done = peers.Ping(600000);
-    const double managerRate = messages / Seconds(start);
+    // The machine is shared: each round measures all three back to back, and the ratios are
+    // taken within a round.
+    std::vector<double> toRecv, toWrite, cpuToRecv, cpuToWrite;
+    bool complete = true;
+    for (int round = 1; round <= rounds; ++round) {
+        const Rate recv = RawRate(env, messages, false);
+        const Rate write = RawRate(env, messages, true);
+        const auto start = std::chrono::steady_clock::now();
+        const double cpuStart = CpuSeconds(manager);
+        int senderStatus = 0;
+        ::waitpid(StartSender(messages), &senderStatus, 0);
+        complete = peers.Ping(600000) && senderStatus == 0 && complete;
+        const Rate mm{messages / Seconds(start), (CpuSeconds(manager) - cpuStart) * 1e6 / messages};
+        toRecv.push_back(mm.perSecond / recv.perSecond);
+        toWrite.push_back(mm.perSecond / write.perSecond);
+        // CPU: the anchor's cost over the process's, so that higher is better here too.
+        cpuToRecv.push_back(recv.cpuMicros / mm.cpuMicros);
+        cpuToWrite.push_back(write.cpuMicros / mm.cpuMicros);
+        std::printf(
+            "round %d: messages/s (receiver CPU us/message): raw recv %.0f (%.2f), "
+            "raw recv + write %.0f (%.2f), MetadataMgr %.0f (%.2f)\n",
+            round, recv.perSecond, recv.cpuMicros, write.perSecond, write.cpuMicros, mm.perSecond,
+            mm.cpuMicros);
+    }
     const long peakKiB = PeakRssKiB(manager);
     IpcMessage quit;
     quit.Allocate(LinxIpc::kShutdownNotice, 0, nullptr);
     peers.stateMgr.Notify(LinxServerNameList::Instance().Name(e_Process_MetadataMgr), quit, true);
     int managerStatus = 0;
     ::waitpid(manager, &managerStatus, 0);
-
-    const double recvAfter = RawRate(env, messages, false);
-    const double writeAfter = RawRate(env, messages, true);
-    const double recvRate = (recvBefore + recvAfter) / 2;
-    const double writeRate = (writeBefore + writeAfter) / 2;
-    std::printf("raw recv:          %9.0f msg/s (before %.0f, after %.0f)\n", recvRate, recvBefore,
-                recvAfter);
-    std::printf("raw recv + write:  %9.0f msg/s (before %.0f, after %.0f)\n", writeRate,
-                writeBefore, writeAfter);
-    std::printf("MetadataMgr:       %9.0f msg/s, peak RSS %ld KiB, exit %d%s\n", managerRate,
-                peakKiB, WIFEXITED(managerStatus) ? WEXITSTATUS(managerStatus) : -1,
-                done && senderStatus == 0 ? "" : " (INCOMPLETE: sends failed or no answer)");
-    std::printf("ratio to raw recv: %.2f\nratio to recv + write: %.2f\nload after: %s\n",
-                managerRate / recvRate, managerRate / writeRate, LoadAverage().c_str());
-    return done && senderStatus == 0 ? 0 : 1;
+    std::printf("median ratio to raw recv: %.2f rate, %.2f CPU\n", Median(toRecv),
+                Median(cpuToRecv));
+    std::printf("median ratio to raw recv + write: %.2f rate, %.2f CPU\n", Median(toWrite),
+                Median(cpuToWrite));
+    std::printf("MetadataMgr peak RSS %ld KiB, exit %d%s\nload after: %s\n", peakKiB,
+                WIFEXITED(managerStatus) ? WEXITSTATUS(managerStatus) : -1,
+                complete ? "" : " (INCOMPLETE: sends failed or no answer)", LoadAverage().c_str());
+    return complete ? 0 : 1;
 }

@@ -81,10 +81,10 @@ public:
     const std::string& Name() const;
 
     // Waits up to timeoutMs (-1 = for ever) for the first message whose type matches `type`
-    // (0 = any) and whose sender matches `sender` (empty = any). Messages that do not match are
-    // kept, in arrival order, for a later Receive. With `out` null the message becomes the
-    // current message and its handler runs; with `out` given it is copied there and no handler
-    // runs. Returns 0, kShutdown, kTimeout or kError.
+    // (0 = any) and whose sender matches `sender` (empty = any). Messages are taken in arrival
+    // order; those that do not match are kept, up to a bound, for a later Receive. With `out`
+    // null the message becomes the current message and its handler runs; with `out` given it is
+    // copied there and no handler runs. Returns 0, kShutdown, kTimeout or kError.
     int Receive(int timeoutMs, unsigned int type, const std::string& sender, IpcMessage* out);
 
     // Sends `message` to the endpoint named `destination`. 0 = success; non-zero when the

@@ -1,7 +1,6 @@
 #include "LinxIpcImpl.h"
 
 #include <errno.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -20,6 +19,8 @@ namespace {
 
 // Room for several largest frames in flight from one sender.
 const int kSocketBufferBytes = 4 * (IpcMessage::kMaxPayload + 4096);
+// How long the socket may stay empty before the process counts as idle.
+const int kIdleGraceMs = 2;
 // True when a datagram socket is bound at `path` and accepts connections.
 bool SomeoneListens(const struct sockaddr_un& address, socklen_t length) {
     const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -226,29 +227,40 @@ bool LinxIpcImpl::Authentic(const hostipc::FrameView& frame, const struct sockad
     return true;
 }
 
-LinxIpcImpl::Read LinxIpcImpl::ReadOne(hostipc::FrameView& frame) {
-    for (;;) {
-        struct sockaddr_un from;
-        socklen_t fromLength = sizeof from;
-        const ssize_t got = ::recvfrom(fd_, datagram_.data(), datagram_.size(), MSG_DONTWAIT,
-                                       reinterpret_cast<struct sockaddr*>(&from), &fromLength);
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return errno == EAGAIN || errno == EWOULDBLOCK ? Read::kEmpty : Read::kFailed;
-        }
-        // A datagram filling the whole buffer was longer than any valid frame.
-        if (static_cast<std::size_t>(got) >= datagram_.size() ||
-            !hostipc::ParseFrame(datagram_.data(), static_cast<std::size_t>(got), frame)) {
-            std::fprintf(stderr, "LinxIpc: %s dropped a malformed datagram of %ld bytes\n",
-                         name_.c_str(), static_cast<long>(got));
-            continue;
-        }
-        if (Authentic(frame, from, fromLength)) {
-            return Read::kGot;
-        }
+void LinxIpcImpl::SetReceiveWait(int waitMs) {
+    if (waitMs == receiveWaitMs_) {
+        return;
     }
+    // 0 waits for ever.
+    const struct timeval wait = {waitMs / 1000, (waitMs % 1000) * 1000};
+    if (::setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait) == 0) {
+        receiveWaitMs_ = waitMs;
+    }
+}
+
+LinxIpcImpl::Read LinxIpcImpl::ReadOne(hostipc::FrameView& frame, int waitMs) {
+    if (waitMs != 0) {
+        SetReceiveWait(waitMs < 0 ? 0 : waitMs);
+    }
+    struct sockaddr_un from;
+    socklen_t fromLength = sizeof from;
+    const ssize_t got =
+        ::recvfrom(fd_, datagram_.data(), datagram_.size(), waitMs == 0 ? MSG_DONTWAIT : 0,
+                   reinterpret_cast<struct sockaddr*>(&from), &fromLength);
+    if (got < 0) {
+        if (errno == EINTR) {
+            return Read::kDropped;
+        }
+        return errno == EAGAIN || errno == EWOULDBLOCK ? Read::kEmpty : Read::kFailed;
+    }
+    // A datagram filling the whole buffer was longer than any valid frame.
+    if (static_cast<std::size_t>(got) >= datagram_.size() ||
+        !hostipc::ParseFrame(datagram_.data(), static_cast<std::size_t>(got), frame)) {
+        std::fprintf(stderr, "LinxIpc: %s dropped a malformed datagram of %ld bytes\n",
+                     name_.c_str(), static_cast<long>(got));
+        return Read::kDropped;
+    }
+    return Authentic(frame, from, fromLength) ? Read::kGot : Read::kDropped;
 }
 
 void LinxIpcImpl::Fill(IpcMessage& message, const hostipc::FrameView& frame) {
@@ -268,38 +280,12 @@ void LinxIpcImpl::Fill(IpcMessage& message, const hostipc::FrameView& frame) {
 
 void LinxIpcImpl::ReadAhead() {
     hostipc::FrameView next;
-    switch (ReadOne(next)) {
-        case Read::kGot:
-            backlog_.Push(next);
-            break;
-        case Read::kEmpty:
-            knownEmpty_ = true;
-            break;
-        case Read::kFailed:
-            break;  // the next receive meets the error itself
+    Read read;
+    while ((read = ReadOne(next, 0)) == Read::kDropped) {
     }
-}
-
-int LinxIpcImpl::Wait(int timeoutMs, unsigned long long deadline) {
-    int waitMs = -1;
-    if (timeoutMs >= 0) {
-        const unsigned long long now = hostsystem::MonotonicMs();
-        waitMs = now >= deadline ? 0 : static_cast<int>(deadline - now);
+    if (read == Read::kGot) {
+        backlog_.Push(next);
     }
-    if (waitMs != 0) {
-        // About to sit idle: whatever is kept for writing in batches goes to its file now.
-        hostsystem::WritePending();
-    }
-    struct pollfd ready = {fd_, POLLIN, 0};
-    const int result = ::poll(&ready, 1, waitMs);
-    if (result < 0 && errno != EINTR) {
-        return LinxIpc::kError;
-    }
-    if (result > 0) {
-        knownEmpty_ = false;
-        return 0;
-    }
-    return waitMs == 0 ? LinxIpc::kTimeout : 0;
 }
 
 void LinxIpcImpl::Dispatch(const IpcMessage& message) {
@@ -335,6 +321,8 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     } else {
         const unsigned long long deadline =
             timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
+        // Nothing came within the grace and what was kept for writing has been written.
+        bool idle = false;
         for (;;) {
             // A selective receive stops reading at the bound: the rest stays in the socket and
             // its senders wait, and what it waits for cannot get past them before the loop has
@@ -350,8 +338,18 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
                 }
                 return LinxIpc::kTimeout;
             }
+            int remaining = -1;
+            if (timeoutMs >= 0) {
+                const unsigned long long now = hostsystem::MonotonicMs();
+                remaining = now >= deadline ? 0 : static_cast<int>(deadline - now);
+            }
+            // One blocking recv per message: it returns at once when something waits. Only
+            // the first kIdleGraceMs are waited without writing: a sender pausing for a moment
+            // in a flood costs no write, a process about to sit idle leaves nothing unwritten.
+            const int waitMs =
+                idle || (remaining >= 0 && remaining <= kIdleGraceMs) ? remaining : kIdleGraceMs;
             hostipc::FrameView frame;
-            const Read read = knownEmpty_ ? Read::kEmpty : ReadOne(frame);
+            const Read read = ReadOne(frame, waitMs);
             if (read == Read::kFailed) {
                 return LinxIpc::kError;
             }
@@ -366,10 +364,14 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
                 backlog_.Push(frame);
                 continue;
             }
-            knownEmpty_ = true;
-            const int waited = Wait(timeoutMs, deadline);
-            if (waited != 0) {
-                return waited;
+            if (read == Read::kEmpty) {
+                if (!idle && waitMs != 0) {
+                    hostsystem::WritePending();
+                    idle = true;
+                }
+                if (waitMs == remaining) {
+                    return LinxIpc::kTimeout;
+                }
             }
         }
     }
@@ -379,7 +381,7 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     if (out != nullptr) {
         return 0;
     }
-    if (any && backlog_.Empty()) {
+    if (any && backlog_.Empty() && current_.GetSender() == stateMgrName_) {
         ReadAhead();
     }
     // Read first: the quit handler builds its answer in the current message.

@@ -39,20 +39,21 @@ public:
     IpcMessage& Current() { return *active_; }
 
 private:
-    enum class Read { kGot, kEmpty, kFailed };
-    // Reads the next datagram that is a well-formed frame from its claimed sender without
-    // waiting; frames that are not are dropped with a line each.
-    Read ReadOne(hostipc::FrameView& frame);
+    enum class Read { kGot, kEmpty, kDropped, kFailed };
+    // One recv, waiting up to waitMs (0: not at all, -1: for ever): a well-formed frame from its
+    // claimed sender (kGot), nothing in time (kEmpty), or a datagram dropped with a line or an
+    // interrupted wait (kDropped).
+    Read ReadOne(hostipc::FrameView& frame, int waitMs);
+    // SO_RCVTIMEO, set only when it changes (0 = for ever).
+    void SetReceiveWait(int waitMs);
     // True when the frame may be taken: its sender is the socket it came from, and notices
     // only the state manager gives come from it.
     bool Authentic(const hostipc::FrameView& frame, const struct sockaddr_un& from,
                    socklen_t fromLength) const;
     void Fill(IpcMessage& message, const hostipc::FrameView& frame);
-    // Reads ahead one message into the backlog, so that a shutdown notice right behind the
-    // message just taken is seen; notes when the socket was found empty.
+    // Reads ahead, without waiting, one message into the backlog, so that a shutdown notice
+    // right behind the state manager's message just taken is seen.
     void ReadAhead();
-    // Waits for input until the deadline; kTimeout, kError or 0 when something may be read.
-    int Wait(int timeoutMs, unsigned long long deadline);
     // Runs the handler for `message`'s type, if any.
     void Dispatch(const IpcMessage& message);
     int Send(const struct msghdr& frame, bool wait, const std::string& destination);
@@ -71,8 +72,7 @@ private:
     IpcMessage* active_ = &current_;
     hostipc::Backlog backlog_;
     bool backlogFullLogged_ = false;
-    // The socket was found empty and nothing was read from it since.
-    bool knownEmpty_ = false;
+    int receiveWaitMs_ = -1;
     hostipc::StalledPeers stalled_;
     std::vector<unsigned char> datagram_;
     std::string senderScratch_;
