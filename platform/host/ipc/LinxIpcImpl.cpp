@@ -199,6 +199,9 @@ bool LinxIpcImpl::Authentic(const hostipc::FrameView& frame, const struct sockad
     // The source address is the path the sender bound: <domain>/<its name>.
     const std::size_t offset = offsetof(struct sockaddr_un, sun_path);
     std::size_t pathLength = fromLength > offset ? fromLength - offset : 0;
+    if (pathLength > sizeof from.sun_path) {
+        pathLength = sizeof from.sun_path;  // the kernel reports the length before truncation
+    }
     while (pathLength > 0 && from.sun_path[pathLength - 1] == '\0') {
         --pathLength;
     }
