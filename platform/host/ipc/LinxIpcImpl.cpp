@@ -1,6 +1,7 @@
 #include "LinxIpcImpl.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -351,8 +352,11 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
             // in a flood costs no write, a process about to sit idle leaves nothing unwritten.
             const int waitMs =
                 idle || (remaining >= 0 && remaining <= kIdleGraceMs) ? remaining : kIdleGraceMs;
+            // SO_RCVTIMEO counts in scheduler ticks: a short wait (peers polling several
+            // endpoints in turn) is timed by poll instead.
+            const bool shortWait = waitMs > 0 && waitMs <= kIdleGraceMs && waitMs == remaining;
             hostipc::FrameView frame;
-            const Read read = ReadOne(frame, waitMs);
+            const Read read = ReadOne(frame, shortWait ? 0 : waitMs);
             if (read == Read::kFailed) {
                 return LinxIpc::kError;
             }
@@ -371,6 +375,10 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
                 if (!idle && waitMs != 0) {
                     hostsystem::WritePending();
                     idle = true;
+                }
+                struct pollfd ready = {fd_, POLLIN, 0};
+                if (shortWait && ::poll(&ready, 1, waitMs) > 0) {
+                    continue;
                 }
                 if (waitMs == remaining) {
                     return LinxIpc::kTimeout;
