@@ -1,8 +1,12 @@
 // Segments roll at their size, the oldest go first to keep the bound, each reads on its own;
-// runs are told apart as cleanly or uncleanly ended.
+// runs are told apart as cleanly or uncleanly ended; a failing disk is told, episode by episode.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <regex>
 
 #include "DataStore.h"
 #include "StoreRecords.h"
@@ -96,4 +100,51 @@ TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
               info.out.find("start-ups: 2 after a clean shutdown, 1 after an unclean one, 1 first"))
         << info.out;
     EXPECT_NE(std::string::npos, info.out.find("shutdowns: 3")) << info.out;
+}
+
+TEST(StoreSegments, EachWriteFailureIsToldWhenItStartsAndWhenWritingWorksAgain) {
+    StoreDir dir;
+    DataStoreNormal store(dir.base);
+    ASSERT_TRUE(store.Open());
+    for (unsigned i = 0; i < 400; ++i) {  // the segment outgrows what is logged below
+        store.ReportSpeed(1, static_cast<unsigned short>(i), true, 1, e_Tag_None);
+    }
+    store.TimerTick(1);
+    // Past the file size limit a write fails with EFBIG (its signal ignored): a real failure
+    // of the disk's kind that needs no privileges.
+    std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit normal;
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
+    testing::internal::CaptureStderr();
+    // Bookmarks 2 and 3 meet a full disk, 4 does not, 5 does, 6 does not.
+    const bool full[] = {false, false, true, true, false, true, false};
+    for (unsigned bookmark = 2; bookmark <= 6; ++bookmark) {
+        struct rlimit limit = normal;
+        struct stat info;
+        if (full[bookmark] && ::stat(dir.Segments().back().c_str(), &info) == 0) {
+            limit.rlim_cur = static_cast<rlim_t>(info.st_size);
+        }
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        store.ReportBookmark(bookmark);
+        store.TimerTick(bookmark);
+        ::setrlimit(RLIMIT_FSIZE, &normal);
+    }
+    const std::string said = testing::internal::GetCapturedStderr();
+    std::signal(SIGXFSZ, SIG_DFL);
+    store.Close();
+    // Two episodes, each told once when it starts and once when it ends.
+    EXPECT_TRUE(std::regex_match(
+        said, std::regex("(DataStore: write to segment 1 failed: [^\n]*; records are dropped until "
+                         "writing works again\nDataStore: writing to segment 1 works again; "
+                         "[0-9]+ bytes of records were dropped\n){2}")))
+        << said;
+    std::vector<std::vector<unsigned char>> bookmarks;
+    const ReadResult kept(dir.base);
+    for (const ReadRecord& record : kept.records) {
+        if (record.op == 10) {
+            bookmarks.push_back(record.body);
+        }
+    }
+    EXPECT_EQ((std::vector<std::vector<unsigned char>>{{0, 0, 0, 4}, {0, 0, 0, 6}}), bookmarks);
+    EXPECT_TRUE(kept.problems.empty());
 }
