@@ -170,7 +170,8 @@ bool WritableStoreDirectory(const std::string& dir) {
                       static_cast<unsigned>(info.st_mode & 07777));
     }
     if (problem[0] != '\0') {
-        std::fprintf(stderr, "DataStore: refusing store directory %s: %s\n", dir.c_str(), problem);
+        std::fprintf(stderr, "DataStore: cannot use store directory %s: %s\n", dir.c_str(),
+                     problem);
     }
     return problem[0] == '\0';
 }
