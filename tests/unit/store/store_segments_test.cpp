@@ -26,11 +26,32 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     store.ReportMac(mac, false);
     store.ReportSystemSerialNum("SERIAL-1");
     const unsigned kReports = 40000;  // about 1 MiB of records
+    // Two episodes of a full disk, made real by the file size limit (EFBIG, its signal ignored).
+    std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit normal;
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
+    testing::internal::CaptureStderr();
     for (unsigned i = 0; i < kReports; ++i) {
+        struct rlimit limit = normal;
+        struct stat info;
+        if ((i == 1000 || i == 1001 || i == 2000) &&
+            ::stat(dir.Segments().back().c_str(), &info) == 0) {
+            limit.rlim_cur = static_cast<rlim_t>(info.st_size);
+        }
+        ::setrlimit(RLIMIT_FSIZE, &limit);
         store.TimerTick(2 + i);
+        ::setrlimit(RLIMIT_FSIZE, &normal);
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, 2 + i, e_Tag_None);
     }
     store.Close();
+    const std::string said = testing::internal::GetCapturedStderr();
+    std::signal(SIGXFSZ, SIG_DFL);
+    // Each episode is told once when it starts and once when writing works again.
+    EXPECT_TRUE(std::regex_match(
+        said, std::regex("(DataStore: write to segment [0-9]+ failed: [^\n]*; records are dropped "
+                         "until writing works again\nDataStore: writing to segment [0-9]+ works "
+                         "again; [0-9]+ bytes of records were dropped\n){2}")))
+        << said;
 
     const std::vector<std::string> segments = dir.Segments();
     ASSERT_GE(segments.size(), 3u);
@@ -100,51 +121,4 @@ TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
               info.out.find("start-ups: 2 after a clean shutdown, 1 after an unclean one, 1 first"))
         << info.out;
     EXPECT_NE(std::string::npos, info.out.find("shutdowns: 3")) << info.out;
-}
-
-TEST(StoreSegments, EachWriteFailureIsToldWhenItStartsAndWhenWritingWorksAgain) {
-    StoreDir dir;
-    DataStoreNormal store(dir.base);
-    ASSERT_TRUE(store.Open());
-    for (unsigned i = 0; i < 400; ++i) {  // the segment outgrows what is logged below
-        store.ReportSpeed(1, static_cast<unsigned short>(i), true, 1, e_Tag_None);
-    }
-    store.TimerTick(1);
-    // Past the file size limit a write fails with EFBIG (its signal ignored): a real failure
-    // of the disk's kind that needs no privileges.
-    std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit normal;
-    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
-    testing::internal::CaptureStderr();
-    // Bookmarks 2 and 3 meet a full disk, 4 does not, 5 does, 6 does not.
-    const bool full[] = {false, false, true, true, false, true, false};
-    for (unsigned bookmark = 2; bookmark <= 6; ++bookmark) {
-        struct rlimit limit = normal;
-        struct stat info;
-        if (full[bookmark] && ::stat(dir.Segments().back().c_str(), &info) == 0) {
-            limit.rlim_cur = static_cast<rlim_t>(info.st_size);
-        }
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        store.ReportBookmark(bookmark);
-        store.TimerTick(bookmark);
-        ::setrlimit(RLIMIT_FSIZE, &normal);
-    }
-    const std::string said = testing::internal::GetCapturedStderr();
-    std::signal(SIGXFSZ, SIG_DFL);
-    store.Close();
-    // Two episodes, each told once when it starts and once when it ends.
-    EXPECT_TRUE(std::regex_match(
-        said, std::regex("(DataStore: write to segment 1 failed: [^\n]*; records are dropped until "
-                         "writing works again\nDataStore: writing to segment 1 works again; "
-                         "[0-9]+ bytes of records were dropped\n){2}")))
-        << said;
-    std::vector<std::vector<unsigned char>> bookmarks;
-    const ReadResult kept(dir.base);
-    for (const ReadRecord& record : kept.records) {
-        if (record.op == 10) {
-            bookmarks.push_back(record.body);
-        }
-    }
-    EXPECT_EQ((std::vector<std::vector<unsigned char>>{{0, 0, 0, 4}, {0, 0, 0, 6}}), bookmarks);
-    EXPECT_TRUE(kept.problems.empty());
 }
