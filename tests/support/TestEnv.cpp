@@ -18,7 +18,7 @@ TestEnv::TestEnv() {
     root_ = pattern;
     domain_ = root_ + "/domain";
     media_ = root_ + "/media";
-    ::mkdir(domain_.c_str(), 0770);
+    ::mkdir(domain_.c_str(), 0700);  // the platform refuses a domain others may write
     ::mkdir(media_.c_str(), 0770);
     ::setenv("LINX_DOMAIN", domain_.c_str(), 1);
     ::setenv("MEDIA_ROOT", media_.c_str(), 1);

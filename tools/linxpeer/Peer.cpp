@@ -75,7 +75,7 @@ bool Role::Open(std::string& error) {
     }
     std::unique_ptr<LinxIpc> ipc(new LinxIpc(name_));
     if (ipc->Init() != 0) {
-        error = "cannot open endpoint " + name_ + " (in use, or the domain is not writable)";
+        error = "cannot open endpoint " + name_ + " (the reason is on standard error)";
         return false;
     }
     ipc_ = std::move(ipc);

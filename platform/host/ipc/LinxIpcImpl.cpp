@@ -22,7 +22,8 @@ namespace {
 const int kSocketBufferBytes = 4 * (IpcMessage::kMaxPayload + 4096);
 // How long the socket may stay empty before the process counts as idle.
 const int kIdleGraceMs = 2;
-// True when a datagram socket is bound at `path` and accepts connections.
+
+// True when a datagram socket is bound at `address` and accepts connections.
 bool SomeoneListens(const struct sockaddr_un& address, socklen_t length) {
     const int probe = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (probe < 0) {
@@ -33,6 +34,31 @@ bool SomeoneListens(const struct sockaddr_un& address, socklen_t length) {
         (errno != ECONNREFUSED && errno != ENOENT);
     ::close(probe);
     return live;
+}
+
+// Removes the socket file a crashed endpoint left at `address`. Anything else there (a live
+// endpoint, a file, a directory, a link) is somebody's and stays: false, said on stderr.
+bool RemoveStaleSocket(const std::string& name, const struct sockaddr_un& address,
+                       socklen_t length) {
+    struct stat info;
+    if (::lstat(address.sun_path, &info) != 0) {
+        return errno == ENOENT;  // gone meanwhile: the name is free
+    }
+    if (!S_ISSOCK(info.st_mode)) {
+        std::fprintf(stderr,
+                     "LinxIpc: endpoint path %s is held by %s, not a socket; left as it is\n",
+                     address.sun_path,
+                     S_ISREG(info.st_mode)   ? "a regular file"
+                     : S_ISDIR(info.st_mode) ? "a directory"
+                     : S_ISLNK(info.st_mode) ? "a symbolic link"
+                                             : "a special file");
+        return false;
+    }
+    if (SomeoneListens(address, length)) {
+        std::fprintf(stderr, "LinxIpc: endpoint %s is already in use\n", name.c_str());
+        return false;
+    }
+    return ::unlink(address.sun_path) == 0 || errno == ENOENT;
 }
 
 }  // namespace
@@ -49,7 +75,7 @@ LinxIpcImpl::~LinxIpcImpl() {
     struct sockaddr_un address;
     socklen_t length;
     struct stat info;
-    if (FillAddress(name_, address, length) && ::stat(address.sun_path, &info) == 0 &&
+    if (FillAddress(name_, address, length) && ::lstat(address.sun_path, &info) == 0 &&
         info.st_dev == boundDevice_ && info.st_ino == boundInode_) {
         ::unlink(address.sun_path);
     }
@@ -79,12 +105,18 @@ int LinxIpcImpl::Init() {
     struct sockaddr_un address;
     socklen_t length;
     if (!FillAddress(name_, address, length)) {
-        std::fprintf(stderr, "LinxIpc: cannot use endpoint name '%s' in %s\n", name_.c_str(),
-                     domain_.c_str());
+        const std::size_t pathLength = domain_.size() + 1 + name_.size();
+        if (pathLength >= sizeof address.sun_path) {
+            std::fprintf(stderr,
+                         "LinxIpc: endpoint path %s/%s is %zu bytes long; a socket address holds "
+                         "at most %zu\n",
+                         domain_.c_str(), name_.c_str(), pathLength, sizeof address.sun_path - 1);
+        } else {
+            std::fprintf(stderr, "LinxIpc: cannot use endpoint name '%s'\n", name_.c_str());
+        }
         return 1;
     }
-    if (!hostsystem::MakeDirs(domain_)) {
-        std::fprintf(stderr, "LinxIpc: cannot create domain %s\n", domain_.c_str());
+    if (!hostsystem::PrepareOwnDir(domain_)) {
         return 2;
     }
     const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -92,26 +124,29 @@ int LinxIpcImpl::Init() {
         return 3;
     }
     const struct sockaddr* raw = reinterpret_cast<const struct sockaddr*>(&address);
-    if (::bind(fd, raw, length) != 0) {
-        if (errno != EADDRINUSE || SomeoneListens(address, length)) {
-            std::fprintf(stderr, "LinxIpc: endpoint %s is already in use\n", name_.c_str());
+    int error = ::bind(fd, raw, length) == 0 ? 0 : errno;
+    if (error == EADDRINUSE) {
+        if (!RemoveStaleSocket(name_, address, length)) {
             ::close(fd);
             return 4;
         }
-        // A socket file left behind by an endpoint that is gone.
-        ::unlink(address.sun_path);
-        if (::bind(fd, raw, length) != 0) {
-            ::close(fd);
-            return 4;
-        }
+        error = ::bind(fd, raw, length) == 0 ? 0 : errno;
     }
+    if (error != 0) {
+        std::fprintf(stderr, "LinxIpc: cannot bind endpoint %s: %s\n", address.sun_path,
+                     std::strerror(error));
+        ::close(fd);
+        return 4;
+    }
+    // The file's mode is the platform's choice, not the umask's; only this user may connect.
+    ::chmod(address.sun_path, 0600);
     const int bufferBytes = kSocketBufferBytes;
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &bufferBytes, sizeof bufferBytes);
     ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bufferBytes, sizeof bufferBytes);
     const struct timeval sendWait = {hostipc::kNotifyWaitMs / 1000, 0};
     ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &sendWait, sizeof sendWait);
     struct stat info;
-    if (::stat(address.sun_path, &info) == 0) {
+    if (::lstat(address.sun_path, &info) == 0) {
         boundDevice_ = info.st_dev;
         boundInode_ = info.st_ino;
     }

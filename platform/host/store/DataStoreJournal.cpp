@@ -47,6 +47,16 @@ std::size_t MaxBytesFromEnvironment() {
     return static_cast<std::size_t>(value > cap ? cap : value);
 }
 
+// Cuts the file at `path` to `size`, never through a symbolic link.
+bool CutFile(const std::string& path, off_t size) {
+    const int fd = mdj::OpenRegularFile(path, O_WRONLY);
+    const bool cut = fd >= 0 && ftruncate(fd, size) == 0;
+    if (fd >= 0) {
+        close(fd);
+    }
+    return cut;
+}
+
 std::size_t FileSize(const std::string& path) {
     struct stat info;
     return stat(path.c_str(), &info) == 0 ? static_cast<std::size_t>(info.st_size) : 0;
@@ -72,7 +82,7 @@ bool DataStoreJournal::Open() {
     if (IsOpen()) {
         return true;
     }
-    if (!mdj::IsDirectory(mdj::DirectoryOf(basePath_))) {
+    if (!mdj::WritableStoreDirectory(mdj::DirectoryOf(basePath_))) {
         return false;
     }
     if (!ExaminePrevious()) {
@@ -121,7 +131,7 @@ bool DataStoreJournal::ExaminePrevious() {
             continue;
         }
         if (scanner.GoodEnd() < data.size() &&
-            truncate(last.path.c_str(), static_cast<off_t>(scanner.GoodEnd())) != 0) {
+            !CutFile(last.path, static_cast<off_t>(scanner.GoodEnd()))) {
             std::fprintf(stderr, "DataStore: cannot cut the torn end of %s: %s\n",
                          last.path.c_str(), std::strerror(errno));
         }
@@ -151,7 +161,7 @@ bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
     EnforceBound();
     for (unsigned attempt = 0; attempt < kCreateAttempts && fd_ < 0; ++attempt, ++number) {
         const std::string path = mdj::SegmentPath(basePath_, number);
-        fd_ = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0660);
+        fd_ = mdj::CreateNewFile(path);
         if (fd_ >= 0) {
             segments_.push_back(Segment{mdj::SegmentFile{number, path}, 0});
         } else if (errno != EEXIST) {
@@ -305,18 +315,28 @@ bool DataStoreJournal::WritePending() {
         return true;
     }
     if (mdj::WriteAll(fd_, pending_.get(), pendingSize_)) {
+        if (droppedBytes_ > 0) {
+            std::fprintf(stderr,
+                         "DataStore: writing to segment %u works again; %llu bytes of records "
+                         "were dropped\n",
+                         static_cast<unsigned>(number_), droppedBytes_);
+            droppedBytes_ = 0;
+        }
         fileBytes_ += pendingSize_;
         pendingSize_ = 0;
         unsynced_ = true;
         return true;
     }
     // Disk full or failing: drop what could not be written and cut any part of it that did
-    // reach the file, so the records already there stay whole.
-    if (!writeErrorLogged_) {
-        std::fprintf(stderr, "DataStore: write to segment %u failed: %s\n",
+    // reach the file, so the records already there stay whole. Each episode is told when it
+    // starts and when writing works again.
+    if (droppedBytes_ == 0) {
+        std::fprintf(stderr,
+                     "DataStore: write to segment %u failed: %s; records are dropped until "
+                     "writing works again\n",
                      static_cast<unsigned>(number_), std::strerror(errno));
-        writeErrorLogged_ = true;
     }
+    droppedBytes_ += pendingSize_;
     if (ftruncate(fd_, static_cast<off_t>(fileBytes_)) == 0) {
         lseek(fd_, static_cast<off_t>(fileBytes_), SEEK_SET);
     }

@@ -77,7 +77,7 @@ private:
     bool previousFound_ = false;
     bool previousClean_ = false;
     std::uint32_t previousLastTick_ = 0xFFFFFFFFu;
-    bool writeErrorLogged_ = false;
+    unsigned long long droppedBytes_ = 0;  // since the current write failure began; 0: none
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;

@@ -150,8 +150,7 @@ bool CopyRange(const std::string& source, const std::string& destination, std::u
     if (!ResolveSegments(source, files)) {
         return false;
     }
-    const int fd =
-        open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0660);
+    const int fd = CreateNewFile(destination);
     if (fd < 0) {
         return false;
     }

@@ -77,9 +77,12 @@ bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segment
     }
     while (const dirent* entry = readdir(dir)) {
         SegmentFile segment;
+        struct stat info;
         if (SegmentNumber(entry->d_name, base, segment.number)) {
             segment.path = directory + "/" + entry->d_name;
-            segments.push_back(segment);
+            if (lstat(segment.path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
+                segments.push_back(segment);
+            }
         }
     }
     closedir(dir);
@@ -101,7 +104,7 @@ bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments
 
 bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data) {
     data.clear();
-    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = OpenRegularFile(path, O_RDONLY);
     if (fd < 0) {
         return false;
     }
@@ -126,6 +129,51 @@ bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data) {
     }
     close(fd);
     return true;
+}
+
+int OpenRegularFile(const std::string& path, int flags) {
+    // O_NONBLOCK: a FIFO in a segment's place must not stall the open.
+    const int fd = open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat info;
+    if (fd >= 0 && (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))) {
+        close(fd);
+        errno = EINVAL;
+        return -1;
+    }
+    return fd;
+}
+
+int CreateNewFile(const std::string& path) {
+    const mode_t mode = 0640;
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+    if (fd >= 0 && fchmod(fd, mode) != 0) {
+        close(fd);
+        unlink(path.c_str());
+        return -1;
+    }
+    return fd;
+}
+
+bool WritableStoreDirectory(const std::string& dir) {
+    struct stat info;
+    char problem[64] = "";
+    if (lstat(dir.c_str(), &info) != 0) {
+        std::snprintf(problem, sizeof problem, "%s", std::strerror(errno));
+    } else if (!S_ISDIR(info.st_mode)) {
+        std::snprintf(problem, sizeof problem, "%s",
+                      S_ISLNK(info.st_mode) ? "it is a symbolic link" : "not a directory");
+    } else if (info.st_uid != geteuid() && info.st_uid != 0) {
+        std::snprintf(problem, sizeof problem, "owned by uid %u",
+                      static_cast<unsigned>(info.st_uid));
+    } else if ((info.st_mode & S_IWOTH) != 0) {
+        std::snprintf(problem, sizeof problem, "others may write it (mode %04o)",
+                      static_cast<unsigned>(info.st_mode & 07777));
+    }
+    if (problem[0] != '\0') {
+        std::fprintf(stderr, "DataStore: cannot use store directory %s: %s\n", dir.c_str(),
+                     problem);
+    }
+    return problem[0] == '\0';
 }
 
 bool WriteAll(int fd, const unsigned char* data, std::size_t size) {

@@ -17,14 +17,23 @@ std::string SegmentPath(const std::string& basePath, std::uint32_t number);
 std::string DirectoryOf(const std::string& path);
 bool IsDirectory(const std::string& path);
 bool IsRegularFile(const std::string& path);
-// The segments of the store at `basePath`, oldest first; false when the directory cannot be
-// read.
+// The segments of the store at `basePath` (regular files only: a link is never a segment),
+// oldest first; false when the directory cannot be read.
 bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segments);
 // The segments to read for `path`: the store's segments when it is a base path, else the file
 // itself (a copied range). False when there is nothing to read.
 bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments);
-// The whole file; false when it cannot be read.
+// The whole file; false when it cannot be read or is not a regular file (a link is not
+// followed).
 bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data);
+// The regular file at `path` opened with `flags`, never through a symbolic link; -1 otherwise.
+int OpenRegularFile(const std::string& path, int flags);
+// A new file at `path` for writing, mode 0640 whatever the umask; nothing already there (a link
+// included) is opened or replaced. -1 when it cannot be made.
+int CreateNewFile(const std::string& path);
+// True when the store may write in `dir`: a directory itself (not a link) of this user or root
+// that others cannot write. Otherwise false, with the reason on standard error.
+bool WritableStoreDirectory(const std::string& dir);
 // write() all of it, resuming after interruptions.
 bool WriteAll(int fd, const unsigned char* data, std::size_t size);
 

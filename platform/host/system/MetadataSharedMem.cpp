@@ -16,8 +16,10 @@ std::string BlockPath() {
 }
 
 unsigned char* MapBlock() {
-    hostsystem::MakeDirs(hostsystem::DomainDir());
-    const int fd = ::open(BlockPath().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+    if (!hostsystem::PrepareOwnDir(hostsystem::DomainDir())) {
+        return nullptr;
+    }
+    const int fd = hostsystem::OpenOwnFile(BlockPath(), O_RDWR | O_CREAT);
     if (fd < 0) {
         return nullptr;
     }
@@ -61,7 +63,7 @@ unsigned char* MetadataSharedMem::MetadataItems(bool /*update*/) {
 namespace hostinspect {
 
 bool ReadSharedBlock(unsigned char (&block)[MetadataSharedMem::kBlockSize]) {
-    const int fd = ::open(BlockPath().c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = hostsystem::OpenOwnFile(BlockPath(), O_RDONLY);
     if (fd < 0) {
         return false;
     }

@@ -21,11 +21,13 @@ std::string HeartbeatPath(e_Process process, e_ThreadIds thread) {
 namespace {
 
 WatchdogHeartbeat* MapHeartbeat(e_Process process, e_ThreadIds thread) {
-    if (!hostsystem::MakeDirs(hostsystem::DomainDir() + "/watchdog")) {
+    const std::string domain = hostsystem::DomainDir();
+    if (!hostsystem::PrepareOwnDir(domain) || !hostsystem::PrepareOwnDir(domain + "/watchdog")) {
         return nullptr;
     }
-    const std::string path = hostsystem::HeartbeatPath(process, thread);
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+    // Sized only once it is known to be our own regular file, never through a link.
+    const int fd =
+        hostsystem::OpenOwnFile(hostsystem::HeartbeatPath(process, thread), O_RDWR | O_CREAT);
     if (fd < 0) {
         return nullptr;
     }
@@ -92,7 +94,7 @@ namespace hostinspect {
 
 bool ReadWatchdog(e_Process process, e_ThreadIds thread, WatchdogStatus& status) {
     const std::string path = hostsystem::HeartbeatPath(process, thread);
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = hostsystem::OpenOwnFile(path, O_RDONLY);
     if (fd < 0) {
         return false;
     }

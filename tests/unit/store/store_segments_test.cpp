@@ -1,8 +1,12 @@
 // Segments roll at their size, the oldest go first to keep the bound, each reads on its own;
-// runs are told apart as cleanly or uncleanly ended.
+// runs are told apart as cleanly or uncleanly ended; a failing disk is told, episode by episode.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <regex>
 
 #include "DataStore.h"
 #include "StoreRecords.h"
@@ -22,11 +26,32 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     store.ReportMac(mac, false);
     store.ReportSystemSerialNum("SERIAL-1");
     const unsigned kReports = 40000;  // about 1 MiB of records
+    // Two episodes of a full disk, made real by the file size limit (EFBIG, its signal ignored).
+    std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit normal;
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
+    testing::internal::CaptureStderr();
     for (unsigned i = 0; i < kReports; ++i) {
+        struct rlimit limit = normal;
+        struct stat info;
+        if ((i == 1000 || i == 1001 || i == 2000) &&
+            ::stat(dir.Segments().back().c_str(), &info) == 0) {
+            limit.rlim_cur = static_cast<rlim_t>(info.st_size);
+        }
+        ::setrlimit(RLIMIT_FSIZE, &limit);
         store.TimerTick(2 + i);
+        ::setrlimit(RLIMIT_FSIZE, &normal);
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, 2 + i, e_Tag_None);
     }
     store.Close();
+    const std::string said = testing::internal::GetCapturedStderr();
+    std::signal(SIGXFSZ, SIG_DFL);
+    // Each episode is told once when it starts and once when writing works again.
+    EXPECT_TRUE(std::regex_match(
+        said, std::regex("(DataStore: write to segment [0-9]+ failed: [^\n]*; records are dropped "
+                         "until writing works again\nDataStore: writing to segment [0-9]+ works "
+                         "again; [0-9]+ bytes of records were dropped\n){2}")))
+        << said;
 
     const std::vector<std::string> segments = dir.Segments();
     ASSERT_GE(segments.size(), 3u);
