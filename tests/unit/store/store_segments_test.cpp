@@ -9,6 +9,7 @@
 #include <regex>
 
 #include "DataStore.h"
+#include "PendingWrites.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
@@ -40,6 +41,7 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
         }
         ::setrlimit(RLIMIT_FSIZE, &limit);
         store.TimerTick(2 + i);
+        hostsystem::WritePending();  // as the endpoint does before it waits: the batch goes now
         ::setrlimit(RLIMIT_FSIZE, &normal);
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, 2 + i, e_Tag_None);
     }
