@@ -87,6 +87,14 @@ std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
     return out;
 }
 
+std::string Joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += (text.empty() ? "" : ", ") + line;
+    }
+    return text;
+}
+
 SharedBlock::SharedBlock() {
     EXPECT_TRUE(hostinspect::ReadSharedBlock(bytes));
 }

@@ -49,6 +49,9 @@ std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
                                const std::set<std::string>& ops,
                                const std::vector<std::string>& keys);
 
+// The lines in one string, ", " between them.
+std::string Joined(const std::vector<std::string>& lines);
+
 // The shared record as other processes see it now.
 struct SharedBlock {
     unsigned char bytes[MetadataSharedMem::kBlockSize];

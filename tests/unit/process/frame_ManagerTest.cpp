@@ -10,33 +10,29 @@
 #include "MediaRoot.h"
 #include "ProcessState.h"
 
-// PreInit writes exactly the listed fields of the shared block and leaves the rest; the
-// destructor marks the block.
+// PreInit writes exactly the listed fields of the shared block ({offset, width, value}, the
+// two position records' padding after their first byte included) and leaves every other byte;
+// the destructor marks the block.
 TEST(FrameManager, SharedBlockInitialValuesAndEndMark) {
     ManagerHarness h;
-    {
-        MetadataSharedMem other;
-        unsigned char* block = other.MetadataItems(true);
-        ASSERT_NE(nullptr, block);
-        std::memset(block, 0xAA, MetadataSharedMem::kBlockSize);
-    }
+    MetadataSharedMem other;
+    unsigned char* block = other.MetadataItems(true);
+    ASSERT_NE(nullptr, block);
+    std::memset(block, 0xAA, MetadataSharedMem::kBlockSize);
     ASSERT_TRUE(h.Prepare());
-    ExpectFields({{0, 2, 0x0100}, {52, 4, 0x07FFFFFF}, {2, 1, 0xAA}, {86, 1, 0xAA}});
-    // Two position records, and the padding after their first byte is not the manager's.
-    for (unsigned int record : {8u, 24u}) {
-        ExpectFields({{record, 1, 0},
-                      {record + 4, 4, 0},
-                      {record + 8, 2, 0},
-                      {record + 12, 4, 0},
-                      {record + 1, 1, 0xAA}});
+    unsigned char expected[MetadataSharedMem::kBlockSize];
+    std::memset(expected, 0xAA, sizeof expected);
+    const Field reset[] = {{0, 2, 0x0100}, {8, 1, 0},  {12, 4, 0},          {16, 2, 0}, {20, 4, 0},
+                           {24, 1, 0},     {28, 4, 0}, {32, 2, 0},          {36, 4, 0}, {40, 4, 0},
+                           {44, 4, 0},     {48, 4, 0}, {52, 4, 0x07FFFFFF}, {56, 4, 0}, {60, 4, 0},
+                           {64, 2, 0},     {76, 4, 0}, {80, 4, 0},          {84, 2, 0}};
+    for (const Field& f : reset) {
+        const uint32_t word = static_cast<uint32_t>(f.value);
+        const uint16_t half = static_cast<uint16_t>(f.value);
+        std::memcpy(expected + f.offset, f.width == 2 ? static_cast<const void*>(&half) : &word,
+                    f.width);
     }
-    for (unsigned int i = 40; i < 52; i += 4) {
-        ExpectFields({{i, 4, 0}});
-    }
-    for (unsigned int record : {56u, 76u}) {
-        ExpectFields(
-            {{record, 4, 0}, {record + 4, 4, 0}, {record + 8, 2, 0}, {record + 10, 1, 0xAA}});
-    }
+    EXPECT_EQ(0, std::memcmp(expected, SharedBlock().bytes, sizeof expected));
     h.manager.reset();
     ExpectFields({{0, 2, 0x0001}});
 }

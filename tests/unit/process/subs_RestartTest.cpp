@@ -5,9 +5,16 @@
 
 #include "subs_Servers.h"
 
+// Subscribing again reuses every client, and so does the renewal after a restart.
 TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArrives) {
     Rig rig;
     ASSERT_TRUE(rig.StartUp());
+    std::map<e_Process, SubscribeClient*> clients;
+    for (const Vehicle::Row& row : rig.vehicle.rows) {
+        clients[row.process] = rig.h.manager->ClientOf(row.process);
+        EXPECT_NE(nullptr, clients[row.process]) << row.process;
+    }
+    EXPECT_TRUE(rig.StartUp());
     // "Process Restarted" is 64, "Need to resubscribe" 128, a refused renewal 1.
     LogCapture log(rig.h.env.Path("log.txt"), 64 | 128 | 1);
     const struct {
@@ -21,7 +28,6 @@ TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArriv
     };
     for (const auto& restart : restarts) {
         SCOPED_TRACE(restart.notice);
-        SubscribeClient* client = rig.h.manager->ClientOf(restart.process);
         // The restarted server has forgotten every subscriber.
         rig.farm.Remove(restart.process);
         ItemServer& fresh = rig.farm.Add(restart.process);
@@ -34,11 +40,13 @@ TEST(SubsRestart, RestartedServerGetsEverySubscriptionAgainAndItsNextNoticeArriv
                 EXPECT_EQ(1u, fresh.SubscriberCount(row.itemId)) << row.itemId;
             }
         }
-        EXPECT_EQ(client, rig.h.manager->ClientOf(restart.process));
         EXPECT_EQ(1, log.Lines(restart.entry));
         EXPECT_EQ(1, log.Lines(restart.notice));
     }
     EXPECT_FALSE(log.Contains("FAILED"));
+    for (const auto& client : clients) {
+        EXPECT_EQ(client.second, rig.h.manager->ClientOf(client.first)) << client.first;
+    }
 
     // Stream 3's next notice reaches its handler and the store.
     ASSERT_EQ(1, rig.farm.Find(e_Process_ExternalMgr)->NotifySubscribers(19, rig.vehicle.stream));
@@ -93,19 +101,4 @@ TEST(SubsRestart, DeathChangesNothing) {
     const std::vector<std::string> ops = Brief(rig.h.Records(), {}, {"cause"});
     ASSERT_GE(ops.size(), 2u);
     EXPECT_EQ("WriteFullState call", ops[ops.size() - 2]);
-}
-
-// Subscribing again to every server reuses its client: there is never a second one.
-TEST(SubsRestart, RepeatedSubscribeCallsReuseTheClient) {
-    Rig rig;
-    ASSERT_TRUE(rig.StartUp());
-    std::map<e_Process, SubscribeClient*> clients;
-    for (const Vehicle::Row& row : rig.vehicle.rows) {
-        clients[row.process] = rig.h.manager->ClientOf(row.process);
-        EXPECT_NE(nullptr, clients[row.process]) << row.process;
-    }
-    EXPECT_TRUE(rig.StartUp());
-    for (const auto& client : clients) {
-        EXPECT_EQ(client.second, rig.h.manager->ClientOf(client.first)) << client.first;
-    }
 }
