@@ -1,7 +1,8 @@
-// The manager's own life in-process: shared block, request handlers, bookmark server, first
-// output to the store, periodic work and shutdown.
+// The manager's own life in-process: the shared block, the first output to the store, and
+// the media root.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,9 +11,8 @@
 #include "MediaRoot.h"
 #include "ProcessState.h"
 
-// PreInit writes exactly the listed fields of the shared block ({offset, width, value}, the
-// two position records' padding after their first byte included) and leaves every other byte;
-// the destructor marks the block.
+// PreInit writes exactly the listed fields of the shared block ({offset, width, value}) and
+// leaves every other byte as it was; the destructor marks the block.
 TEST(FrameManager, SharedBlockInitialValuesAndEndMark) {
     ManagerHarness h;
     MetadataSharedMem other;
@@ -68,46 +68,6 @@ TEST(FrameManager, FirstOutputOncePerRun) {
         Brief(records,
               {"ReportMac", "ReportStateData", "ReportSystemSerialNum", "ReportConfiguration"},
               {"at", "serial", "tag", "flag", "tick"}));
-}
-
-// Every pass hands the tick to the store (and the filler when forced); after Shutdown nothing
-// reaches the store, even in simulator mode.
-TEST(FrameManager, PeriodicWorkStopsAtShutdown) {
-    ManagerHarness h;
-    const std::string tickFile = h.env.WriteFile("tick", "100");
-    ScopedEnv tick("HOST_SYSTICK_FILE", tickFile);
-    ScopedEnv force("FORCE_METADATA", "");
-    h.manager.reset(new MetadataMgr());
-    ASSERT_TRUE(h.Prepare());
-    h.manager->InitializeStore();
-
-    h.manager->PeriodicProcessing();
-    EXPECT_EQ(100u, h.manager->GetLastSystemTick());
-    h.env.WriteFile("tick", "250");
-    h.manager->PetWatchdog();
-    h.manager->PeriodicProcessing();
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
-    h.env.WriteFile("tick", "300");
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick()) << "the store's tick, not the live one";
-
-    const SharedBlock before;
-    h.manager->Shutdown(h.ipc);
-    EXPECT_TRUE(gShutdownRequested);
-    gSimulatorMode = true;
-    h.manager->PeriodicProcessing();
-    gSimulatorMode = false;
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
-    EXPECT_EQ(0, std::memcmp(before.bytes, SharedBlock().bytes, sizeof before.bytes));
-
-    std::string error;
-    std::string all;
-    for (const StoreRecord& record : ReadStoreRecords(gMetadataPath, h.env.Root(), {}, &error)) {
-        all += record.line + "\n";
-    }
-    EXPECT_EQ("", error);
-    EXPECT_EQ(1u, Count(all, "Test string for filler 100\""));
-    EXPECT_EQ(1u, Count(all, "Test string for filler 250\""));
-    EXPECT_EQ(0u, Count(all, "Test string for filler 300"));
 }
 
 // Built against the host platform, MEDIA_ROOT moves the media root; empty or unset, it is the
