@@ -81,22 +81,20 @@ TEST(Simulator, FullCallsReportEveryStepAndFillTheSharedRecord) {
               {"tag", "flag", "valid", "source", "speed", "mic", "present", "active", "radar",
                "speedA", "speedB", "speedC", "tick"});
     ASSERT_GE(all.size(), 20u);
-    EXPECT_EQ((std::vector<std::string>{"StateData 53 true 4242",     "StateData 56 true 4242",
-                                        "StateData 55 true 4242",     "StateData 61 true 4242",
-                                        "StateData 63 true 4242",     "StateData 69 true 4242",
-                                        "GpsState true true",         "Gps true 4242",
-                                        "Speed 0 true 1 100 4242",    "MicPresent true 0 true 4242",
-                                        "MicState true 0 false 4242", "MicPresent true 1 true 4242",
-                                        "MicState true 1 true 4242",  "MicPresent true 2 true 4242",
-                                        "MicState true 2 false 4242", "MicPresent true 3 true 4242",
-                                        "MicState true 3 false 4242", "Bookmark 4242",
-                                        "RadarState true true 1",     "Radar 0 true 1 1 1 1 0"}),
-              std::vector<std::string>(all.begin(), all.begin() + 20));
-    EXPECT_EQ((std::vector<std::string>{
-                  "GpsState true", "Gps", "Speed 1 100", "GpsState false", "ValidSpeed false 1",
-                  "GpsState false", "ValidSpeed false 1", "GpsState true", "Gps", "Speed 1 110"}),
-              Brief(r, {"ReportGpsState", "ReportGps", "ReportSpeed", "ReportValidSpeed"},
-                    {"valid", "source", "speed"}));
+    EXPECT_EQ(
+        "StateData 53 true 4242, StateData 56 true 4242, StateData 55 true 4242, "
+        "StateData 61 true 4242, StateData 63 true 4242, StateData 69 true 4242, "
+        "GpsState true true, Gps true 4242, Speed 0 true 1 100 4242, MicPresent true 0 true 4242, "
+        "MicState true 0 false 4242, MicPresent true 1 true 4242, MicState true 1 true 4242, "
+        "MicPresent true 2 true 4242, MicState true 2 false 4242, MicPresent true 3 true 4242, "
+        "MicState true 3 false 4242, Bookmark 4242, RadarState true true 1, "
+        "Radar 0 true 1 1 1 1 0",
+        Joined(std::vector<std::string>(all.begin(), all.begin() + 20)));
+    EXPECT_EQ(
+        "GpsState true, Gps, Speed 1 100, GpsState false, ValidSpeed false 1, GpsState false, "
+        "ValidSpeed false 1, GpsState true, Gps, Speed 1 110",
+        Joined(Brief(r, {"ReportGpsState", "ReportGps", "ReportSpeed", "ReportValidSpeed"},
+                     {"valid", "source", "speed"})));
 }
 
 // 240 movements with the fix kept, and a radar draw that steps every counter each call.
