@@ -39,8 +39,6 @@ public:
     bool PeerReceive(IpcMessage& out, unsigned int type = 0, int timeoutMs = 1000);
     // Closes the store (Cleanup) and returns every record it holds.
     std::vector<StoreRecord> Records();
-    // The records filtered by op ("" = all).
-    std::vector<StoreRecord> RecordsOf(const std::string& op);
 };
 
 // Each record whose op is in `ops` (all when empty) as its op without "Report", then the
