@@ -24,8 +24,8 @@ struct Outcome {
     ProgramResult manager;
 };
 
-// linxpeer runs `scenario` (its first step waits for the manager), then the manager starts
-// with `managerEnv` and `args`; both are waited for.
+// linxpeer runs `scenario`; once its roles are up (the scenario's "echo ready") the manager
+// starts with `managerEnv` and `args`; both are waited for.
 Outcome RunManager(const TestEnv& env, const std::string& scenario,
                    const std::vector<std::string>& managerEnv,
                    std::vector<std::string> args = {"-l", "255"},
@@ -35,7 +35,7 @@ Outcome RunManager(const TestEnv& env, const std::string& scenario,
     peerArgs.push_back(env.WriteFile("peer.scenario", scenario));
     Subprocess peer(peerArgs, {}, env.Root());
     peer.Start();  // a start that failed shows as the output that never comes
-    peer.WaitForOut("peer.scenario:1:", kRunMs);
+    peer.WaitForOut("\nready\n", kRunMs);
     args.insert(args.begin(), ProgramPath("MetadataMgr"));
     Subprocess manager(args, managerEnv, env.Root());
     manager.Start();
@@ -100,6 +100,7 @@ TEST(ProcessRun, WholeVehicleHandshakeControlFillersAndQuit) {
         env.WriteFile("versions", "SYS_BUILD 4.2.1 revB\nFPGA 1.0.3\nKERNEL_BUILD 5.4.0\n");
     const Outcome run =
         RunManager(env,
+                   "echo ready\n"
                    "expect Started from MetadataMgr within 20000 u32@0=19 len=4\n"
                    "expect Subscribed from MetadataMgr within 20000 u8@0=1 len=1\n"
                    "subscribers ExternalMgr 21 1\n"
@@ -166,11 +167,12 @@ TEST(ProcessRun, WholeVehicleHandshakeControlFillersAndQuit) {
 TEST(ProcessStartFailure, ExitsOneWithTheReason) {
     const std::string waiting =
         "role StateMgr\n"
+        "echo ready\n"
         "expect Started from MetadataMgr within 20000 u32@0=19\n"
         "quit MetadataMgr\n"
         "expect ShutdownResponse from MetadataMgr\n";
     const std::string failed =
-        "role StateMgr\nexpect FailedStart from MetadataMgr within 20000 u32@0=19\n";
+        "role StateMgr\necho ready\nexpect FailedStart from MetadataMgr within 20000 u32@0=19\n";
     const struct {
         const std::string& scenario;
         const char* reason;
@@ -210,6 +212,7 @@ TEST(ProcessControl, LogLevelOptionBaseTenLastWins) {
         SCOPED_TRACE(level);
         TestEnv env;
         const Outcome run = RunManager(env,
+                                       "echo ready\n"
                                        "watchdog MetadataMgr alive within 20000\n"
                                        "send as StateMgr MetadataMgr LogLevelGet u32:0\n"
                                        "expect LogLevelResponse from MetadataMgr u32@0=0\n"
