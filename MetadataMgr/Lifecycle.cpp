@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -12,38 +11,41 @@
 #include "MetadataMgr.h"
 #include "MetadataMgrServer.h"
 #include "ProcessState.h"
+#include "SharedRecord.h"
 #include "SystemInfo.h"
 
 namespace {
 
-// Other processes read the shared block; fields are written in native order, one by one, and
-// bytes not named here keep what they hold.
-template <typename V>
-void Put(unsigned char* block, unsigned int offset, V value) {
-    std::memcpy(block + offset, &value, sizeof value);
-}
-
-void InitSharedBlock(unsigned char* block) {
-    Put<uint16_t>(block, 0, 0x0100);
-    // Two 16-byte records: flag byte, 32-bit value at +4, 16-bit at +8, 32-bit at +12.
-    for (unsigned int record : {8u, 24u}) {
-        Put<uint8_t>(block, record, 0);
-        Put<uint32_t>(block, record + 4, 0);
-        Put<uint16_t>(block, record + 8, 0);
-        Put<uint32_t>(block, record + 12, 0);
-    }
-    std::memset(block + 40, 0, 12);
-    Put<uint32_t>(block, 52, 0x07FFFFFF);
-    // Two 20-byte records: two 32-bit values and a 16-bit value.
-    for (unsigned int record : {56u, 76u}) {
-        Put<uint32_t>(block, record, 0);
-        Put<uint32_t>(block, record + 4, 0);
-        Put<uint16_t>(block, record + 8, 0);
-    }
-}
-
-// Marks the block as no longer kept up to date by its owner.
-const uint16_t kSharedBlockEndMark = 0x0001;
+// The start-up reset of the shared record: position, fix, speed and radar cleared, the
+// dilution at its "unknown" value, the state mark set. Fields not listed keep what they hold.
+struct FieldValue {
+    shared::Field field;
+    uint32_t value;
+};
+const FieldValue kSharedReset[] = {
+    {shared::kStateMark, shared::kManagerRunning},
+    {shared::kLatHemisphere, 0},
+    {shared::kLatDegrees, 0},
+    {shared::kLatMinutes, 0},
+    {shared::kLatMinuteFraction, 0},
+    {shared::kLonHemisphere, 0},
+    {shared::kLonDegrees, 0},
+    {shared::kLonMinutes, 0},
+    {shared::kLonMinuteFraction, 0},
+    {shared::kHeading, 0},
+    {shared::kSatellitesInView, 0},
+    {shared::kFixStatus, 0},
+    {shared::kFixMode, 0},
+    {shared::kHdop, 0x07FFFFFF},
+    {shared::kSatellitesUsed, 0},
+    {shared::kGeoidSeparation, 0},
+    {shared::kSpeed, 0},
+    {shared::kRadarStatus, 0},
+    {shared::kRadarPatrolSpeed, 0},
+    {shared::kRadarTargetSpeed, 0},
+    {shared::kRadarFastestSpeed, 0},
+    {shared::kRadarLockedSpeed, 0},
+};
 
 struct RequestHandler {
     unsigned int id;
@@ -112,7 +114,9 @@ bool MetadataMgr::PreInit(LinxIpc& ipc) {
         return false;
     }
     MM_LOG(128) << "Connected to shared Memory";
-    InitSharedBlock(block);
+    for (const FieldValue& reset : kSharedReset) {
+        shared::Put(block, reset.field, reset.value);
+    }
 
     for (const RequestHandler& entry : kRequestHandlers) {
         ipc.RegisterHandler(entry.id, entry.handler, entry.managerContext ? this : nullptr);
@@ -194,7 +198,7 @@ void MetadataMgr::Cleanup() {
 MetadataMgr::~MetadataMgr() {
     unsigned char* block = sharedMem.MetadataItems(true);
     if (block != nullptr) {
-        Put(block, 0, kSharedBlockEndMark);
+        shared::Put(block, shared::kStateMark, shared::kManagerEnded);
     }
     // The members go in reverse declaration order: the shared block, the clients and the
     // server (the state manager's after the others), the tick source, the store, the watchdog.

@@ -9,7 +9,8 @@
 //   ProcessEvents.cpp    ProcessDied, ProcessRestarted
 //   RecordingEvents.cpp  record start/stop, covert mode, bookmark
 //   InputEvents.cpp      FPGA inputs
-//   GpsRadarEvents.cpp   GPS, radar and the shared record
+//   GpsRadarEvents.cpp   GPS and radar, mirrored into the shared record
+//   SharedRecord.h       the shared record's layout, for every writer of it
 //   SensorEvents.cpp     microphones, temperatures, crash
 //   VideoEvents.cpp      cameras, video streams, stream quality
 //   StreamingEvents.cpp  live streaming

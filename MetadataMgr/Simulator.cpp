@@ -2,52 +2,21 @@
 // position with a speed ramp, microphones, occasional bookmarks and radar readings. GPS and
 // radar are mirrored into the shared record where the real handlers would put them.
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 
 #include "MetadataMgr.h"
 #include "ProcessState.h"
+#include "SharedRecord.h"
 
 namespace {
 
-// Offsets in the shared record that the simulation writes; other processes read this layout.
-namespace shared {
-const unsigned int kGpsDataValid = 0x04;
-const unsigned int kLatHemisphere = 0x08;
-const unsigned int kLatDegrees = 0x0C;
-const unsigned int kLatMinutes = 0x10;
-const unsigned int kLatMinuteFraction = 0x14;
-const unsigned int kLonHemisphere = 0x18;
-const unsigned int kLonDegrees = 0x1C;
-const unsigned int kLonMinutes = 0x20;
-const unsigned int kLonMinuteFraction = 0x24;
-const unsigned int kHeading = 0x28;
-const unsigned int kSatellitesInView = 0x2A;
-const unsigned int kFixStatus = 0x2C;
-const unsigned int kFixMode = 0x30;
-const unsigned int kHdop = 0x34;
-const unsigned int kSatellitesUsed = 0x38;
-const unsigned int kGeoidSeparation = 0x3C;
-const unsigned int kSpeed = 0x40;
-const unsigned int kRadarStatus = 0x4C;
-const unsigned int kRadarPatrolSpeed = 0x4E;
-const unsigned int kRadarTargetSpeed = 0x50;
-const unsigned int kRadarFastestSpeed = 0x52;
-const unsigned int kRadarLockedSpeed = 0x54;
-}  // namespace shared
-
-template <typename T>
-void Put(unsigned char* record, unsigned int offset, T value) {
-    std::memcpy(record + offset, &value, sizeof value);
-}
-
 // Fix quality values a receiver with a good fix would give.
 void PutGoodFix(unsigned char* record) {
-    Put<int>(record, shared::kFixStatus, 1);
-    Put<int>(record, shared::kFixMode, 2);
-    Put<int>(record, shared::kHdop, 0);
-    Put<int>(record, shared::kSatellitesUsed, 5);
-    Put<int>(record, shared::kGeoidSeparation, 21);
+    shared::Put(record, shared::kFixStatus, 1);
+    shared::Put(record, shared::kFixMode, 2);
+    shared::Put(record, shared::kHdop, 0);
+    shared::Put(record, shared::kSatellitesUsed, 5);
+    shared::Put(record, shared::kGeoidSeparation, 21);
 }
 
 const unsigned char kSpeedFromGps = 1;
@@ -147,23 +116,15 @@ void SimulateInputs(SimulatorState& sim, DataStore& store, unsigned int tick) {
 }
 
 // The shared record of a simulated fix.
-void PutPosition(unsigned char* record, const GpsStatusItem& gps, unsigned short speed) {
-    Put<unsigned char>(record, shared::kGpsDataValid, 1);
+void PutSimulatedFix(unsigned char* record, const GpsStatusItem& gps, unsigned short speed) {
+    shared::Put(record, shared::kGpsDataValid, 1);
     PutGoodFix(record);
-    Put<unsigned int>(record, shared::kLatDegrees, gps.latDegrees);
-    Put<unsigned short>(record, shared::kLatMinutes, gps.latMinutes);
-    Put<unsigned int>(record, shared::kLatMinuteFraction, gps.latMinuteFraction);
-    Put<char>(record, shared::kLatHemisphere, gps.latHemisphere == 1 ? 'N' : 'S');
-    Put<unsigned int>(record, shared::kLonDegrees, gps.lonDegrees);
-    // The longitude minutes slot carries the fraction, as readers of the
-    // simulated record have always seen it.
-    Put<unsigned short>(record, shared::kLonMinutes,
-                        static_cast<unsigned short>(gps.lonMinuteFraction));
-    Put<unsigned int>(record, shared::kLonMinuteFraction, gps.lonMinuteFraction);
-    Put<char>(record, shared::kLonHemisphere, gps.lonHemisphere == 1 ? 'E' : 'W');
+    // The longitude minutes slot carries the fraction, as readers of the simulated record
+    // have always seen it.
+    shared::PutPosition(record, gps, gps.lonMinuteFraction);
     // Without a compass the heading slot carries the speed as well.
-    Put<unsigned short>(record, shared::kHeading, speed);
-    Put<unsigned short>(record, shared::kSpeed, speed);
+    shared::Put(record, shared::kHeading, speed);
+    shared::Put(record, shared::kSpeed, speed);
 }
 
 void SimulateGps(SimulatorState& sim, DataStore& store, unsigned char* record, unsigned int tick) {
@@ -181,7 +142,7 @@ void SimulateGps(SimulatorState& sim, DataStore& store, unsigned char* record, u
         sim.gpsInitialized = true;
         if (record != nullptr) {
             PutGoodFix(record);
-            Put<unsigned short>(record, shared::kSatellitesInView, 5);
+            shared::Put(record, shared::kSatellitesInView, 5);
         }
     }
     bool move = false;
@@ -196,11 +157,11 @@ void SimulateGps(SimulatorState& sim, DataStore& store, unsigned char* record, u
         // The values a receiver gives when it has lost the fix. The record is checked
         // here and below: a bench run without the shared block must not crash.
         if (record != nullptr) {
-            Put<int>(record, shared::kFixStatus, 0);
-            Put<int>(record, shared::kFixMode, 0);
-            Put<int>(record, shared::kSatellitesUsed, 0);
-            Put<int>(record, shared::kHdop, 0x07FFFFFF);
-            Put<int>(record, shared::kGeoidSeparation, -32);
+            shared::Put(record, shared::kFixStatus, 0);
+            shared::Put(record, shared::kFixMode, 0);
+            shared::Put(record, shared::kSatellitesUsed, 0);
+            shared::Put(record, shared::kHdop, 0x07FFFFFF);
+            shared::Put(record, shared::kGeoidSeparation, -32);
         }
         move = true;
     }
@@ -216,14 +177,14 @@ void SimulateGps(SimulatorState& sim, DataStore& store, unsigned char* record, u
         // The simulated speed is already whole units, unlike the receiver's tenths.
         store.ReportSpeed(kSpeedFromGps, speed, true, tick, e_Tag_None);
         if (record != nullptr) {
-            PutPosition(record, gps, speed);
+            PutSimulatedFix(record, gps, speed);
         }
     } else {
         store.ReportGpsState(false, true);
         store.ReportValidSpeed(kSpeedFromGps, false);
         if (record != nullptr) {
-            Put<unsigned short>(record, shared::kHeading, 0);
-            Put<unsigned short>(record, shared::kSpeed, 0);
+            shared::Put(record, shared::kHeading, 0);
+            shared::Put(record, shared::kSpeed, 0);
         }
     }
 }
@@ -252,7 +213,7 @@ void SimulateRadar(SimulatorState& sim, DataStore& store, unsigned char* record)
             sim.radarActive = band.activity == RadarActivity::On;
         }
         if (band.status != 0 && record != nullptr) {
-            Put<unsigned short>(record, shared::kRadarStatus, band.status);
+            shared::Put(record, shared::kRadarStatus, band.status);
         }
         for (int counter = 0; counter < 4; ++counter) {
             if (band.step[counter]) {
@@ -270,10 +231,10 @@ void SimulateRadar(SimulatorState& sim, DataStore& store, unsigned char* record)
         // The radar reading goes out without a tick, as it always has.
         store.ReportRadar(kRadar, c, a, d, e_RADAR_DIRECTION_None, true, 0, e_Tag_None);
         if (record != nullptr) {
-            Put<unsigned short>(record, shared::kRadarPatrolSpeed, b);
-            Put<unsigned short>(record, shared::kRadarTargetSpeed, c);
-            Put<unsigned short>(record, shared::kRadarFastestSpeed, a);
-            Put<unsigned short>(record, shared::kRadarLockedSpeed, d);
+            shared::Put(record, shared::kRadarPatrolSpeed, b);
+            shared::Put(record, shared::kRadarTargetSpeed, c);
+            shared::Put(record, shared::kRadarFastestSpeed, a);
+            shared::Put(record, shared::kRadarLockedSpeed, d);
         }
     } else {
         store.ReportRadarState(kRadar, false, true);

@@ -128,9 +128,6 @@ std::string Subprocess::Err() const {
 bool Subprocess::WaitForOut(const std::string& text, int timeoutMs) const {
     return PollUntil([&] { return Out().find(text) != std::string::npos; }, timeoutMs);
 }
-bool Subprocess::WaitForErr(const std::string& text, int timeoutMs) const {
-    return PollUntil([&] { return Err().find(text) != std::string::npos; }, timeoutMs);
-}
 
 ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                          const std::string& workDir, int timeoutMs) {

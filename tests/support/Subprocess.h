@@ -36,7 +36,6 @@ public:
     std::string Err() const;
     // Wait until the output holds `text`; false after timeoutMs.
     bool WaitForOut(const std::string& text, int timeoutMs) const;
-    bool WaitForErr(const std::string& text, int timeoutMs) const;
 
 private:
     bool Running();

@@ -63,11 +63,6 @@ std::vector<StoreRecord> ManagerHarness::Records() {
     return records;
 }
 
-std::vector<StoreRecord> ManagerHarness::RecordsOf(const std::string& op) {
-    const std::vector<StoreRecord> all = Records();
-    return op.empty() ? all : WithOp(all, op);
-}
-
 std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
                                const std::set<std::string>& ops,
                                const std::vector<std::string>& keys) {
@@ -85,6 +80,14 @@ std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
         out.push_back(text);
     }
     return out;
+}
+
+std::string Joined(const std::vector<std::string>& lines) {
+    std::string text;
+    for (const std::string& line : lines) {
+        text += (text.empty() ? "" : ", ") + line;
+    }
+    return text;
 }
 
 SharedBlock::SharedBlock() {

@@ -39,8 +39,6 @@ public:
     bool PeerReceive(IpcMessage& out, unsigned int type = 0, int timeoutMs = 1000);
     // Closes the store (Cleanup) and returns every record it holds.
     std::vector<StoreRecord> Records();
-    // The records filtered by op ("" = all).
-    std::vector<StoreRecord> RecordsOf(const std::string& op);
 };
 
 // Each record whose op is in `ops` (all when empty) as its op without "Report", then the
@@ -48,6 +46,9 @@ public:
 std::vector<std::string> Brief(const std::vector<StoreRecord>& records,
                                const std::set<std::string>& ops,
                                const std::vector<std::string>& keys);
+
+// The lines in one string, ", " between them.
+std::string Joined(const std::vector<std::string>& lines);
 
 // The shared record as other processes see it now.
 struct SharedBlock {

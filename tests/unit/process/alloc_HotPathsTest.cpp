@@ -4,7 +4,7 @@
 // the peer's sends and reads happen outside the window.
 #include <gtest/gtest.h>
 
-#include <optional>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -132,42 +132,44 @@ TEST(AllocHotPaths, EveryHandlerAndRequestOnceWarm) {
     EXPECT_EQ(4 * rounds, WithOp(records, "ReportTemp").size());
 }
 
-TEST(AllocHotPaths, LoopPassPlainForcedAndSimulated) {
-    enum Mode { kPlain, kForced, kSimulated };
-    for (Mode mode : {kPlain, kForced, kSimulated}) {
-        SCOPED_TRACE(mode);
-        std::optional<ScopedEnv> force;
-        if (mode == kForced) {
-            force.emplace("FORCE_METADATA", "1");
-        }
-        ManagerHarness h;
-        ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.Path("tick"));
-        h.env.WriteFile("tick", "1000");
-        Start(h);
-        gSimulatorMode = mode == kSimulated;
-        h.manager->SetSimulatorDraw(Draw);
-
-        // Half a second a pass, so every other pass puts the store's data on disk.
-        unsigned int tick = 1000;
-        unsigned int allocations = 0;
-        for (int pass = 0; pass < kLoopPasses; ++pass) {
-            tick += 500;
-            h.env.WriteFile("tick", std::to_string(tick));
-            const unsigned int n = alloc::During([&] {
-                h.manager->PetWatchdog();
-                h.manager->PeriodicProcessing();
-            });
-            allocations += pass < kWarmLoopPasses ? 0 : n;
-        }
-        EXPECT_EQ(0u, allocations);
-        EXPECT_EQ(static_cast<unsigned int>(kLoopPasses), h.manager->GetWatchdog().PetCount());
-        EXPECT_EQ(tick, h.manager->GetLastSystemTick());
-        const std::vector<StoreRecord> records = h.Records();
-        EXPECT_EQ(mode == kForced ? static_cast<size_t>(kLoopPasses) : 0u,
-                  WithOp(records, "ReportStringData").size());
-        if (mode == kSimulated) {
-            EXPECT_LT(static_cast<size_t>(kLoopPasses), records.size());
-        }
-        gSimulatorMode = false;
+// Every loop pass with the filler forced and the simulator on, so every branch of the pass runs.
+// After the shutdown a pass reaches neither the store nor the shared record.
+TEST(AllocHotPaths, LoopPassForcedAndSimulatedThenNothingAfterShutdown) {
+    ScopedEnv force("FORCE_METADATA", "");
+    ManagerHarness h;
+    ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.WriteFile("tick", "1000"));
+    Start(h);
+    gSimulatorMode = true;
+    h.manager->SetSimulatorDraw(Draw);
+    // Half a second a pass, so every other pass puts the store's data on disk.
+    unsigned int tick = 1000;
+    unsigned int allocations = 0;
+    for (int pass = 0; pass < kLoopPasses; ++pass) {
+        tick += 500;
+        h.env.WriteFile("tick", std::to_string(tick));
+        const unsigned int n = alloc::During([&] {
+            h.manager->PetWatchdog();
+            h.manager->PeriodicProcessing();
+        });
+        allocations += pass < kWarmLoopPasses ? 0 : n;
     }
+    EXPECT_EQ(0u, allocations);
+    EXPECT_EQ(static_cast<unsigned int>(kLoopPasses), h.manager->GetWatchdog().PetCount());
+    h.env.WriteFile("tick", std::to_string(tick + 100));
+    EXPECT_EQ(tick, h.manager->GetLastSystemTick()) << "the store's tick, not the live one";
+
+    h.manager->Shutdown(h.ipc);
+    EXPECT_TRUE(gShutdownRequested);
+    const SharedBlock before;
+    h.manager->PeriodicProcessing();
+    gSimulatorMode = false;
+    EXPECT_EQ(tick, h.manager->GetLastSystemTick());
+    EXPECT_EQ(0, std::memcmp(before.bytes, SharedBlock().bytes, sizeof before.bytes));
+    const std::vector<StoreRecord> records = h.Records();
+    const std::vector<StoreRecord> fillers = WithOp(records, "ReportStringData");
+    ASSERT_EQ(static_cast<size_t>(kLoopPasses), fillers.size());
+    EXPECT_EQ("Test string for filler " + std::to_string(tick), fillers.back().Get("text"));
+    EXPECT_LT(static_cast<size_t>(3 * kLoopPasses), records.size());
+    ASSERT_FALSE(records.empty());
+    EXPECT_EQ("ReportShutdownData", records.back().Op());
 }

@@ -1,7 +1,8 @@
-// The manager's own life in-process: shared block, request handlers, bookmark server, first
-// output to the store, periodic work and shutdown.
+// The manager's own life in-process: the shared block, the first output to the store, and
+// the media root.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -10,33 +11,28 @@
 #include "MediaRoot.h"
 #include "ProcessState.h"
 
-// PreInit writes exactly the listed fields of the shared block and leaves the rest; the
-// destructor marks the block.
+// PreInit writes exactly the listed fields of the shared block ({offset, width, value}) and
+// leaves every other byte as it was; the destructor marks the block.
 TEST(FrameManager, SharedBlockInitialValuesAndEndMark) {
     ManagerHarness h;
-    {
-        MetadataSharedMem other;
-        unsigned char* block = other.MetadataItems(true);
-        ASSERT_NE(nullptr, block);
-        std::memset(block, 0xAA, MetadataSharedMem::kBlockSize);
-    }
+    MetadataSharedMem other;
+    unsigned char* block = other.MetadataItems(true);
+    ASSERT_NE(nullptr, block);
+    std::memset(block, 0xAA, MetadataSharedMem::kBlockSize);
     ASSERT_TRUE(h.Prepare());
-    ExpectFields({{0, 2, 0x0100}, {52, 4, 0x07FFFFFF}, {2, 1, 0xAA}, {86, 1, 0xAA}});
-    // Two position records, and the padding after their first byte is not the manager's.
-    for (unsigned int record : {8u, 24u}) {
-        ExpectFields({{record, 1, 0},
-                      {record + 4, 4, 0},
-                      {record + 8, 2, 0},
-                      {record + 12, 4, 0},
-                      {record + 1, 1, 0xAA}});
+    unsigned char expected[MetadataSharedMem::kBlockSize];
+    std::memset(expected, 0xAA, sizeof expected);
+    const Field reset[] = {{0, 2, 0x0100}, {8, 1, 0},  {12, 4, 0},          {16, 2, 0}, {20, 4, 0},
+                           {24, 1, 0},     {28, 4, 0}, {32, 2, 0},          {36, 4, 0}, {40, 4, 0},
+                           {44, 4, 0},     {48, 4, 0}, {52, 4, 0x07FFFFFF}, {56, 4, 0}, {60, 4, 0},
+                           {64, 2, 0},     {76, 4, 0}, {80, 4, 0},          {84, 2, 0}};
+    for (const Field& f : reset) {
+        const uint32_t word = static_cast<uint32_t>(f.value);
+        const uint16_t half = static_cast<uint16_t>(f.value);
+        std::memcpy(expected + f.offset, f.width == 2 ? static_cast<const void*>(&half) : &word,
+                    f.width);
     }
-    for (unsigned int i = 40; i < 52; i += 4) {
-        ExpectFields({{i, 4, 0}});
-    }
-    for (unsigned int record : {56u, 76u}) {
-        ExpectFields(
-            {{record, 4, 0}, {record + 4, 4, 0}, {record + 8, 2, 0}, {record + 10, 1, 0xAA}});
-    }
+    EXPECT_EQ(0, std::memcmp(expected, SharedBlock().bytes, sizeof expected));
     h.manager.reset();
     ExpectFields({{0, 2, 0x0001}});
 }
@@ -72,46 +68,6 @@ TEST(FrameManager, FirstOutputOncePerRun) {
         Brief(records,
               {"ReportMac", "ReportStateData", "ReportSystemSerialNum", "ReportConfiguration"},
               {"at", "serial", "tag", "flag", "tick"}));
-}
-
-// Every pass hands the tick to the store (and the filler when forced); after Shutdown nothing
-// reaches the store, even in simulator mode.
-TEST(FrameManager, PeriodicWorkStopsAtShutdown) {
-    ManagerHarness h;
-    const std::string tickFile = h.env.WriteFile("tick", "100");
-    ScopedEnv tick("HOST_SYSTICK_FILE", tickFile);
-    ScopedEnv force("FORCE_METADATA", "");
-    h.manager.reset(new MetadataMgr());
-    ASSERT_TRUE(h.Prepare());
-    h.manager->InitializeStore();
-
-    h.manager->PeriodicProcessing();
-    EXPECT_EQ(100u, h.manager->GetLastSystemTick());
-    h.env.WriteFile("tick", "250");
-    h.manager->PetWatchdog();
-    h.manager->PeriodicProcessing();
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
-    h.env.WriteFile("tick", "300");
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick()) << "the store's tick, not the live one";
-
-    const SharedBlock before;
-    h.manager->Shutdown(h.ipc);
-    EXPECT_TRUE(gShutdownRequested);
-    gSimulatorMode = true;
-    h.manager->PeriodicProcessing();
-    gSimulatorMode = false;
-    EXPECT_EQ(250u, h.manager->GetLastSystemTick());
-    EXPECT_EQ(0, std::memcmp(before.bytes, SharedBlock().bytes, sizeof before.bytes));
-
-    std::string error;
-    std::string all;
-    for (const StoreRecord& record : ReadStoreRecords(gMetadataPath, h.env.Root(), {}, &error)) {
-        all += record.line + "\n";
-    }
-    EXPECT_EQ("", error);
-    EXPECT_EQ(1u, Count(all, "Test string for filler 100\""));
-    EXPECT_EQ(1u, Count(all, "Test string for filler 250\""));
-    EXPECT_EQ(0u, Count(all, "Test string for filler 300"));
 }
 
 // Built against the host platform, MEDIA_ROOT moves the media root; empty or unset, it is the

@@ -81,41 +81,49 @@ TEST(Simulator, FullCallsReportEveryStepAndFillTheSharedRecord) {
               {"tag", "flag", "valid", "source", "speed", "mic", "present", "active", "radar",
                "speedA", "speedB", "speedC", "tick"});
     ASSERT_GE(all.size(), 20u);
-    EXPECT_EQ((std::vector<std::string>{"StateData 53 true 4242",     "StateData 56 true 4242",
-                                        "StateData 55 true 4242",     "StateData 61 true 4242",
-                                        "StateData 63 true 4242",     "StateData 69 true 4242",
-                                        "GpsState true true",         "Gps true 4242",
-                                        "Speed 0 true 1 100 4242",    "MicPresent true 0 true 4242",
-                                        "MicState true 0 false 4242", "MicPresent true 1 true 4242",
-                                        "MicState true 1 true 4242",  "MicPresent true 2 true 4242",
-                                        "MicState true 2 false 4242", "MicPresent true 3 true 4242",
-                                        "MicState true 3 false 4242", "Bookmark 4242",
-                                        "RadarState true true 1",     "Radar 0 true 1 1 1 1 0"}),
-              std::vector<std::string>(all.begin(), all.begin() + 20));
-    EXPECT_EQ((std::vector<std::string>{
-                  "GpsState true", "Gps", "Speed 1 100", "GpsState false", "ValidSpeed false 1",
-                  "GpsState false", "ValidSpeed false 1", "GpsState true", "Gps", "Speed 1 110"}),
-              Brief(r, {"ReportGpsState", "ReportGps", "ReportSpeed", "ReportValidSpeed"},
-                    {"valid", "source", "speed"}));
+    EXPECT_EQ(
+        "StateData 53 true 4242, StateData 56 true 4242, StateData 55 true 4242, "
+        "StateData 61 true 4242, StateData 63 true 4242, StateData 69 true 4242, "
+        "GpsState true true, Gps true 4242, Speed 0 true 1 100 4242, MicPresent true 0 true 4242, "
+        "MicState true 0 false 4242, MicPresent true 1 true 4242, MicState true 1 true 4242, "
+        "MicPresent true 2 true 4242, MicState true 2 false 4242, MicPresent true 3 true 4242, "
+        "MicState true 3 false 4242, Bookmark 4242, RadarState true true 1, "
+        "Radar 0 true 1 1 1 1 0",
+        Joined(std::vector<std::string>(all.begin(), all.begin() + 20)));
+    EXPECT_EQ(
+        "GpsState true, Gps, Speed 1 100, GpsState false, ValidSpeed false 1, GpsState false, "
+        "ValidSpeed false 1, GpsState true, Gps, Speed 1 110",
+        Joined(Brief(r, {"ReportGpsState", "ReportGps", "ReportSpeed", "ReportValidSpeed"},
+                     {"valid", "source", "speed"})));
 }
 
-TEST(Simulator, SpeedRampsBetweenZeroAndThreeHundredFiveAndPositionCarries) {
+// 240 movements with the fix kept, and a radar draw that steps every counter each call.
+TEST(Simulator, SpeedAndRadarRampsTurnAndPositionCarries) {
     ManagerHarness h;
     ASSERT_TRUE(h.Prepare());
-    Full(h, 1);
+    Full(h, 1, 30, 100, 1, 61);
     for (int move = 1; move <= 240; ++move) {
-        Full(h, 90);  // move, keeping the fix
+        Full(h, 90, 30, 100, 1, 61);  // move, keeping the fix
     }
     const std::vector<StoreRecord> r = Reports(h);
     const std::vector<StoreRecord> speeds = WithOp(r, "ReportSpeed");
     const std::vector<StoreRecord> gps = WithOp(r, "ReportGps");
+    const std::vector<StoreRecord> radar = WithOp(r, "ReportRadar");
     ASSERT_EQ(241u, speeds.size());
     ASSERT_EQ(241u, gps.size());
+    ASSERT_EQ(241u, radar.size());
     // speeds[k] and gps[k] are after k movements.
     const int ramp[][2] = {{0, 100}, {40, 300}, {41, 305},  {42, 300}, {101, 5},
                            {102, 0}, {103, 5},  {163, 305}, {224, 0},  {240, 80}};
     for (const auto& at : ramp) {
         EXPECT_EQ(at[1], speeds[at[0]].Int("speed")) << at[0];
+    }
+    // radar[k] is after k + 1 steps; counter A is the reading's second speed: 151, then
+    // falling after 152 steps, and 61 after 241.
+    const int counter[][2] = {{149, 150}, {150, 151}, {151, 150}, {152, 149}, {240, 61}};
+    for (const auto& at : counter) {
+        EXPECT_EQ(at[1], radar[at[0]].Int("speedB")) << at[0];
+        EXPECT_EQ(at[1], radar[at[0]].Int("speedA")) << at[0];
     }
     // Latitude and longitude as degrees, minutes and fraction each.
     const std::vector<std::string> positions =
@@ -168,25 +176,4 @@ TEST(Simulator, RadarOnlyFollowsTheBandTable) {
                                     : "ValidSpeed 2 false");
     }
     EXPECT_EQ(expected, Brief(Reports(h), {}, {"source", "speedA", "speedB", "speedC", "valid"}));
-}
-
-TEST(Simulator, RadarCounterTurnsAtOneHundredFiftyOne) {
-    ManagerHarness h;
-    ASSERT_TRUE(h.Prepare());
-    gRadarOnlyMode = true;
-    Simulate(h, {61});  // radar on, the first step
-    for (int step = 2; step <= 153; ++step) {
-        Simulate(h, {51});
-    }
-    gRadarOnlyMode = false;
-    const std::vector<StoreRecord> radar = WithOp(Reports(h), "ReportRadar");
-    ASSERT_EQ(153u, radar.size());
-    // Counter A is the reading's second speed; radar[k] is after k + 1 steps: 150 and falling
-    // after 152.
-    EXPECT_EQ(150, radar[149].Int("speedB"));
-    EXPECT_EQ(151, radar[150].Int("speedB"));
-    EXPECT_EQ(150, radar[151].Int("speedB"));
-    EXPECT_EQ(149, radar[152].Int("speedB"));
-    EXPECT_EQ(149, radar[152].Int("speedA"));
-    EXPECT_EQ(149, radar[152].Int("speedC"));
 }

@@ -199,12 +199,3 @@ inline bool WatchdogRegistered() {
     return hostinspect::ReadWatchdog(e_Process_MetadataMgr, e_Thread_Main, status) &&
            status.subscribed;
 }
-
-// The lines in one string, ", " between them.
-inline std::string Joined(const std::vector<std::string>& lines) {
-    std::string text;
-    for (const std::string& line : lines) {
-        text += (text.empty() ? "" : ", ") + line;
-    }
-    return text;
-}

@@ -60,16 +60,20 @@ TEST(SubsStartup, RefusedWatchdogEndsTheStartUpSilently) {
     EXPECT_EQ(std::string::npos, all.find("WriteFullState call")) << all;
 }
 
-// Switches that remove the client skip the server entirely; only the state manager's is
-// silent. The start-up records are written all the same.
-TEST(SubsStartup, SwitchesThatRemoveTheClient) {
+// Switches that remove the client skip the server entirely, and only the state manager's is
+// silent; switches that keep the client ask nothing of the server (which is there) and report
+// a default item: inputs all off, GPS without a fix, radar a valid reading of zeros. Any value
+// counts, even an empty one. The start-up records are written all the same, and no recording
+// mark when none runs.
+TEST(SubsStartup, SwitchesThatRemoveOrKeepTheClient) {
     const std::set<e_Process> removed = {e_Process_ConfigMgr, e_Process_StateMgr,
                                          e_Process_MicMgr,    e_Process_VideoMgr,
                                          e_Process_AccelHal,  e_Process_TempHal};
+    const std::set<e_Process> kept = {e_Process_Fpga, e_Process_GpsHal, e_Process_RadarHal};
     std::vector<std::unique_ptr<ScopedEnv>> switches;
     for (const char* name : {"NO_CONFIGMGR", "RUN_WITHOUT_STATEMGR", "NO_MICMGR", "NO_VIDEOMGR",
-                             "NO_ACCELHAL", "NO_TEMPHAL"}) {
-        switches.emplace_back(new ScopedEnv(name, ""));  // any value counts, even an empty one
+                             "NO_ACCELHAL", "NO_TEMPHAL", "NO_FPGA", "NO_GPSHAL", "NO_RADARHAL"}) {
+        switches.emplace_back(new ScopedEnv(name, name[1] == 'O' ? "" : "0"));
     }
     Rig rig(removed);
     // Only the masks of the lines looked for: "set to ignore" is 32, failures are 1.
@@ -79,6 +83,13 @@ TEST(SubsStartup, SwitchesThatRemoveTheClient) {
     for (e_Process process : removed) {
         EXPECT_EQ(nullptr, rig.h.manager->ClientOf(process)) << process;
     }
+    for (const Vehicle::Row& row : rig.vehicle.rows) {
+        if (kept.count(row.process) != 0) {
+            EXPECT_EQ(0u, rig.farm.Find(row.process)->SubscriberCount(row.itemId)) << row.notifyId;
+            ASSERT_NE(nullptr, rig.h.manager->ClientOf(row.process));
+            EXPECT_EQ(0u, rig.h.manager->ClientOf(row.process)->SubscriptionCount());
+        }
+    }
     EXPECT_NE(nullptr, rig.h.manager->ClientOf(e_Process_ExternalMgr));
     for (const std::string name : {"ConfigMgr", "MicMgr", "VideoMgr", "AccelHal", "TempHal"}) {
         EXPECT_EQ(1, log.Lines("SubscribeTo" + name + " - set to ignore " + name + " ")) << name;
@@ -86,46 +97,14 @@ TEST(SubsStartup, SwitchesThatRemoveTheClient) {
     EXPECT_EQ(5, log.Count("set to ignore"));
     EXPECT_FALSE(log.Contains("Failed"));
     EXPECT_TRUE(WatchdogRegistered());
-
-    // Nothing from the servers switched off (no crash state either), and no recording mark
-    // when none runs; the start-up records are written all the same.
     EXPECT_EQ(
         "WriteFullState open, ShutdownDataAtStartup, Mac false, StateData 64 true, "
-        "SystemSerialNum, Configuration false, StateData 52 false, StateData 57 false, "
-        "StateData 54 false, StateData 61 false, StateData 63 false, StateData 69 false, "
-        "GpsState false, Gps false, Speed 0 false, RadarState false, Radar 0 false, "
-        "Speed 0 false, WriteFullState call, ShutdownData",
-        Joined(Brief(rig.h.Records(), {}, {"tag", "flag", "cause"})));
-}
-
-// Switches that keep the client ask nothing of the server (which is there) and report a
-// default item: inputs all off, GPS without a fix, radar a valid reading of zeros.
-TEST(SubsStartup, SwitchesThatKeepTheClientReportADefaultItem) {
-    ScopedEnv noFpga("NO_FPGA", "0");
-    ScopedEnv noGps("NO_GPSHAL", "1");
-    ScopedEnv noRadar("NO_RADARHAL", "yes");
-    Rig rig;
-    LogCapture log(rig.h.env.Path("log.txt"));
-    ASSERT_TRUE(rig.StartUp());
-
-    for (const Vehicle::Row& row : rig.vehicle.rows) {
-        const bool off = row.process == e_Process_Fpga || row.process == e_Process_GpsHal ||
-                         row.process == e_Process_RadarHal;
-        EXPECT_EQ(off ? 0u : 1u, rig.farm.Find(row.process)->SubscriberCount(row.itemId))
-            << row.notifyId;
-        if (off) {
-            ASSERT_NE(nullptr, rig.h.manager->ClientOf(row.process));
-            EXPECT_EQ(0u, rig.h.manager->ClientOf(row.process)->SubscriptionCount());
-        }
-    }
-    EXPECT_FALSE(log.Contains("set to ignore"));
-    EXPECT_EQ(
-        "StateData 64 true, StateData 53 false, StateData 57 false, StateData 55 false, "
-        "StateData 61 false, StateData 63 false, StateData 69 false, GpsState false false, "
-        "ValidSpeed 1 false, RadarState false true, StateData 66 true",
-        Joined(Brief(rig.h.Records(),
-                     {"ReportStateData", "ReportGpsState", "ReportValidSpeed", "ReportRadarState"},
-                     {"tag", "source", "flag", "valid"})));
+        "SystemSerialNum, Configuration false, StateData 53 false, StateData 57 false, "
+        "StateData 55 false, StateData 61 false, StateData 63 false, StateData 69 false, "
+        "GpsState false false, ValidSpeed 1 false, RadarState false true, Radar 0 false, "
+        "Speed 0 2 false, "
+        "WriteFullState call, ShutdownData",
+        Joined(Brief(rig.h.Records(), {}, {"tag", "source", "flag", "valid", "cause"})));
 }
 
 // A refusal stops the start-up at that server with the server operation's message and the
