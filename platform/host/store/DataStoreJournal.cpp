@@ -11,6 +11,7 @@
 #include "BigEndian.h"
 #include "JournalFormat.h"
 #include "RecordSchema.h"
+#include "StoreScan.h"
 #include "Systick.h"
 
 namespace {
@@ -81,10 +82,17 @@ bool DataStoreJournal::Open() {
 
 // Finds how the last run ended and cuts off a record it left half written.
 bool DataStoreJournal::ExaminePrevious() {
-    std::vector<mdj::SegmentFile> files;
-    if (!mdj::ListSegments(basePath_, files)) {
+    mdj::StoreListing listing;
+    if (!mdj::ScanStore(basePath_, listing)) {
         return false;
     }
+    for (const mdj::ForeignFile& foreign : listing.foreign) {
+        std::fprintf(stderr, "DataStore: foreign file %s left alone: %s\n",
+                     foreign.file.path.c_str(), foreign.why.c_str());
+    }
+    // A store's identity is drawn once, when its first segment is made.
+    identity_ = listing.identity != 0 ? listing.identity : mdj::NewStoreIdentity();
+    std::vector<mdj::SegmentFile>& files = listing.segments;
     previousFound_ = false;
     previousClean_ = false;
     previousLastTick_ = 0xFFFFFFFFu;
@@ -156,7 +164,10 @@ bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
     }
     number_ = segments_.back().file.number;
     unsigned char header[mdj::kSegmentHeaderSize];
-    mdj::PutSegmentHeader(header, number_);
+    mdj::SegmentHeader identity;
+    identity.identity = identity_;
+    identity.number = number_;
+    mdj::PutSegmentHeader(header, identity);
     std::memcpy(pending_.get() + pendingSize_, header, sizeof header);
     pendingSize_ += sizeof header;
     fileBytes_ = 0;

@@ -61,6 +61,7 @@ private:
     std::size_t segmentLimit_;
     int fd_ = -1;
     std::vector<Segment> segments_;  // oldest first; the last is the one being written
+    std::uint64_t identity_ = 0;
     std::uint32_t number_ = 0;
     std::size_t fileBytes_ = 0;     // of the current segment, on disk
     std::size_t segmentBytes_ = 0;  // of the current segment, with what is still buffered

@@ -39,8 +39,12 @@ public:
           snapshot_(new unsigned char[StoreState::kMaxSnapshotBody]) {
         out_.reserve(2 * kWriteChunk + StoreState::kMaxSnapshotBody);
         state_->Clear();
+        // A copy is a store of its own: its own identity, segment 1.
+        SegmentHeader identity;
+        identity.identity = NewStoreIdentity();
+        identity.number = 1;
         unsigned char header[kSegmentHeaderSize];
-        PutSegmentHeader(header, 1);
+        PutSegmentHeader(header, identity);
         out_.insert(out_.end(), header, header + sizeof header);
         lastProgressMs_ = NowMs();
     }
@@ -136,23 +140,12 @@ private:
 
 }  // namespace
 
-bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
-               std::uint32_t second, CopyProgress* progress, CopyResult* result) {
+bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::uint32_t second,
+                   CopyProgress* progress, CopyResult* result) {
     CopyResult local;
     CopyResult& counts = result != nullptr ? *result : local;
     counts = CopyResult();
-    struct stat info;
-    if (first > second || destination.empty() || lstat(destination.c_str(), &info) == 0 ||
-        !IsDirectory(DirectoryOf(destination))) {
-        return false;
-    }
-    std::vector<SegmentFile> files;
-    if (!ResolveSegments(source, files)) {
-        return false;
-    }
-    const int fd =
-        open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0660);
-    if (fd < 0) {
+    if (first > second) {
         return false;
     }
     bool ok = false;
@@ -161,9 +154,26 @@ bool CopyRange(const std::string& source, const std::string& destination, std::u
         ok = ReadJournal(source, sink) && sink.Finish();
         sink.Progress(true);
     }
-    if (ok && fdatasync(fd) != 0) {
-        ok = false;
+    return ok && fdatasync(fd) == 0;
+}
+
+bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
+               std::uint32_t second, CopyProgress* progress, CopyResult* result) {
+    struct stat info;
+    if (first > second || destination.empty() || lstat(destination.c_str(), &info) == 0 ||
+        !IsDirectory(DirectoryOf(destination))) {
+        return false;
     }
+    JournalFiles files;
+    if (!ResolveJournal(source, files) || files.segments.empty()) {
+        return false;
+    }
+    const int fd =
+        open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640);
+    if (fd < 0) {
+        return false;
+    }
+    bool ok = CopyRangeInto(source, fd, first, second, progress, result);
     if (close(fd) != 0) {
         ok = false;
     }

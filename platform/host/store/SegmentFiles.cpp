@@ -88,17 +88,6 @@ bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segment
     return true;
 }
 
-bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments) {
-    segments.clear();
-    if (IsRegularFile(path)) {
-        SegmentFile file;
-        file.path = path;
-        segments.push_back(file);
-        return true;
-    }
-    return ListSegments(path, segments) && !segments.empty();
-}
-
 bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data) {
     data.clear();
     const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);

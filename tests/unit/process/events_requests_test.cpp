@@ -100,8 +100,8 @@ TEST(EventsRequests, MetadataToFileAndTheLastSystemTick) {
 
     // The range [1550, 1650] (bytes 1024 and 1028): the state as of 1550, then the bookmark
     // (stored at 1000, the tick of the last pass).
-    const std::string copy = h.env.Path("copy.md");
-    EXPECT_EQ(1, Copy(h, copy, 1550, 1650));
+    const std::string copy = h.env.Media() + "/export/copy.md";
+    EXPECT_EQ(1, Copy(h, "copy.md", 1550, 1650));
     std::string error;
     const std::vector<StoreRecord> copied = ReadStoreRecords(copy, h.env.Root(), {}, &error);
     ASSERT_EQ("", error);
@@ -110,7 +110,7 @@ TEST(EventsRequests, MetadataToFileAndTheLastSystemTick) {
     ASSERT_FALSE(copied.empty());
     EXPECT_NE(std::string::npos, copied[0].line.find("\"tag\":70")) << copied[0].line;
     // The destination exists now: the reader refuses and the answer says so.
-    EXPECT_EQ(0, Copy(h, copy, 0, 0xFFFFFFFFu));
+    EXPECT_EQ(0, Copy(h, "copy.md", 0, 0xFFFFFFFFu));
     // A name filling the whole field has no end: answered 0, nothing written.
     const std::string longName = h.env.Path(std::string(1100, 'x'));
     EXPECT_EQ(0, Copy(h, longName, 0, 0xFFFFFFFFu));

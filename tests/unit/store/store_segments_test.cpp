@@ -97,3 +97,53 @@ TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
         << info.out;
     EXPECT_NE(std::string::npos, info.out.find("shutdowns: 3")) << info.out;
 }
+
+// A copy dropped among the segments under a segment's name belongs to another store: two
+// restarts keep the real segments and tell a clean end, and verify finds no damage. It is not
+// counted either: with it counted, the small bound below would remove the real segments.
+TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
+    StoreDir source;
+    {
+        DataStoreNormal store(source.base);
+        ASSERT_TRUE(store.Open());
+        for (unsigned i = 1; i <= 4000; ++i) {  // about 110 KiB
+            store.TimerTick(i);
+            store.ReportSpeed(1, static_cast<unsigned short>(i), true, i, e_Tag_None);
+        }
+        store.Close();
+    }
+    StoreDir dir;
+    const std::string planted = dir.base + ".999999.mdj";
+    const std::string mdstore = ProgramPath("mdstore");
+    ::setenv("METADATA_STORE_MAX_BYTES", "131072", 1);
+    for (unsigned run = 0; run < 3; ++run) {
+        if (run == 1) {
+            ASSERT_EQ(
+                0,
+                RunProgram({mdstore, "copy", source.base, planted}, {}, dir.env.Root()).exitCode);
+        }
+        DataStoreNormal store(dir.base);
+        ASSERT_TRUE(store.Open());
+        store.TimerTick(500 + run);
+        store.ReportShutdownDataAtStartup();
+        store.ReportShutdownData();
+        store.Close();
+    }
+    ::unsetenv("METADATA_STORE_MAX_BYTES");
+    const std::vector<std::string> files = dir.Segments();
+    ASSERT_EQ(4u, files.size());
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(i < 3 ? mdj::SegmentPath(dir.base, i + 1) : planted, files[i]);
+    }
+    std::string error;
+    const std::vector<StoreRecord> startups = WithOp(
+        ReadStoreRecords(dir.base, dir.env.Root(), {}, &error), "ReportShutdownDataAtStartup");
+    ASSERT_EQ(3u, startups.size()) << error;
+    EXPECT_EQ("true", startups[1].Get("clean"));
+    EXPECT_EQ("true", startups[2].Get("clean"));
+    EXPECT_EQ(501, startups[2].Int("lastTick"));
+    const ProgramResult verify = RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root());
+    EXPECT_EQ(0, verify.exitCode) << verify.out;
+    EXPECT_NE(std::string::npos, verify.out.find("foreign file " + planted)) << verify.out;
+    EXPECT_NE(std::string::npos, verify.out.find("OK: 9 records in 3 segments")) << verify.out;
+}
