@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "SegmentFiles.h"
+#include "SegmentIndex.h"
 #include "StoreState.h"
 
 class DataStoreJournal {
@@ -53,6 +54,8 @@ private:
     void EnforceBound();
     bool AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size);
     bool AppendSnapshot(bool force, std::uint8_t cause);
+    bool PutSnapshot(std::size_t size);
+    void Checkpoint(std::size_t nextFrame);
     bool WritePending();
     void Flush(bool sync);
 
@@ -77,6 +80,9 @@ private:
     bool previousClean_ = false;
     std::uint32_t previousLastTick_ = 0xFFFFFFFFu;
     bool writeErrorLogged_ = false;
+
+    mdj::IndexWriter index_;
+    std::size_t blockLimit_ = mdj::kBlockBytes;
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;

@@ -69,6 +69,22 @@ bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& 
     return true;
 }
 
+bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
+                 JournalSink& sink) {
+    if (!ReadWholeFile(file.path, data)) {
+        sink.Trouble(file, Problem::kUnreadable, 0, 0);
+        return true;
+    }
+    sink.BeginSegment(file, data.size());
+    SegmentScanner scanner(data.data(), data.size());
+    if (!scanner.HeaderOk() && data.size() >= kSegmentHeaderSize) {
+        sink.Trouble(file, Problem::kBadHeader, 0, kSegmentHeaderSize);
+    } else if (store && scanner.HeaderOk() && scanner.Segment() != file.number) {
+        sink.Trouble(file, Problem::kWrongNumber, 0, kSegmentHeaderSize);
+    }
+    return ScanRecords(file, scanner, sink);
+}
+
 bool ReadJournal(const std::string& path, JournalSink& sink) {
     JournalFiles files;
     if (!ResolveJournal(path, files)) {
@@ -79,19 +95,8 @@ bool ReadJournal(const std::string& path, JournalSink& sink) {
     }
     std::vector<unsigned char> data;
     for (const SegmentFile& file : files.segments) {
-        if (!ReadWholeFile(file.path, data)) {
-            sink.Trouble(file, Problem::kUnreadable, 0, 0);
-            continue;
-        }
-        sink.BeginSegment(file, data.size());
-        SegmentScanner scanner(data.data(), data.size());
-        if (!scanner.HeaderOk() && data.size() >= kSegmentHeaderSize) {
-            sink.Trouble(file, Problem::kBadHeader, 0, kSegmentHeaderSize);
-        } else if (files.store && scanner.HeaderOk() && scanner.Segment() != file.number) {
-            sink.Trouble(file, Problem::kWrongNumber, 0, kSegmentHeaderSize);
-        }
-        if (!ScanRecords(file, scanner, sink)) {
-            return true;
+        if (!ReadSegment(file, files.store, data, sink)) {
+            break;
         }
     }
     return true;

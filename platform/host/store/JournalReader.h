@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "JournalFormat.h"
 #include "SegmentFiles.h"
@@ -50,6 +51,11 @@ bool ResolveJournal(const std::string& path, JournalFiles& files);
 // Hands the records `scanner` finds to `sink`, and what is wrong to its Trouble; false when
 // the sink asked to stop.
 bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& sink);
+
+// Reads one whole segment (`store`: it is one of a store's, so its number is checked) into
+// `data` and hands it on; false when the sink asked to stop.
+bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
+                 JournalSink& sink);
 
 // False when `path` is neither a store with segments nor a readable file.
 bool ReadJournal(const std::string& path, JournalSink& sink);

@@ -10,6 +10,7 @@
 
 #include "JournalReader.h"
 #include "RecordSchema.h"
+#include "SegmentIndex.h"
 #include "StoreState.h"
 
 namespace mdj {
@@ -54,8 +55,9 @@ public:
         const std::uint32_t time = RecordTime(record.op, record.stamp, record.body, record.size);
         // Senders' ticks are not strictly in order: a record from before the range that comes
         // after the opening snapshot was written is copied through, so the copy misses none
-        // of the state it should open with.
-        if (time < first_ && !openingWritten_) {
+        // of the state it should open with. Before the range a snapshot is the state, whatever
+        // its time: reading may start at any snapshot and give the same copy.
+        if (!openingWritten_ && (time < first_ || record.op == kOpWriteFullState)) {
             state_->Apply(record.op, record.body, record.size);
         } else if (time <= second_) {
             if (!WriteOpening()) {
@@ -80,6 +82,7 @@ public:
 
     void BeginSegment(const SegmentFile&, std::size_t) override { Progress(true); }
 
+    bool Opened() const { return openingWritten_; }
     // Puts down the opening snapshot (if no record of the range came) and what is buffered.
     bool Finish() { return WriteOpening() && Drain() && ok_; }
     void Progress(bool always) {
@@ -138,6 +141,96 @@ private:
     unsigned long long lastProgressRecords_ = 0;
 };
 
+// Whether a block must be read: always when the index says nothing of it or it is the store's
+// last (the state at the end may be needed); before the range's first record when it may hold
+// one; after it when it may hold a record that is not later than the range.
+bool NeedsBlock(const IndexBlock& block, bool known, bool last, bool opened, std::uint32_t first,
+                std::uint32_t second) {
+    if (!known || last) {
+        return true;
+    }
+    if (!opened) {
+        return block.maxTime >= first && block.minTime <= second;
+    }
+    return block.minTime <= second;
+}
+
+bool ReadBlock(int fd, const SegmentFile& file, const IndexBlock& block,
+               std::vector<unsigned char>& data, CopySink& sink) {
+    data.resize(block.length);
+    std::size_t got = 0;
+    while (got < block.length) {
+        const ssize_t n = pread(fd, data.data() + got, block.length - got,
+                                static_cast<off_t>(block.offset + got));
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        if (n <= 0) {
+            sink.Trouble(file, Problem::kUnreadable, block.offset, block.length);
+            return true;
+        }
+        got += static_cast<std::size_t>(n);
+    }
+    SegmentScanner scanner(data.data(), data.size(), block.offset);
+    return ScanRecords(file, scanner, sink);
+}
+
+// Reads a segment block by block as its index tells, skipping what the range does not need;
+// a segment without a usable index is read whole. False when the copy is to stop.
+bool CopySegment(const SegmentFile& file, bool store, bool lastSegment, std::uint32_t first,
+                 std::uint32_t second, std::vector<unsigned char>& data, CopySink& sink) {
+    std::vector<IndexBlock> blocks;
+    const int fd = store ? open(file.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC) : -1;
+    struct stat info;
+    unsigned char header[kSegmentHeaderSize];
+    SegmentHeader parsed;
+    if (fd >= 0 && fstat(fd, &info) == 0 &&
+        pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header) &&
+        ParseSegmentHeader(header, sizeof header, parsed) && parsed.number == file.number) {
+        LoadSegmentIndex(file.path, header, static_cast<std::size_t>(info.st_size), blocks);
+    }
+    if (blocks.empty()) {
+        if (fd >= 0) {
+            close(fd);
+        }
+        return ReadSegment(file, store, data, sink);
+    }
+    sink.BeginSegment(file, static_cast<std::size_t>(info.st_size));
+    // What follows the last indexed block (the block being written) is always read.
+    IndexBlock tail;
+    tail.offset = blocks.back().offset + blocks.back().length;
+    tail.length = static_cast<std::uint32_t>(static_cast<std::size_t>(info.st_size) - tail.offset);
+    const std::size_t indexed = blocks.size();
+    if (tail.length > 0) {
+        blocks.push_back(tail);
+    }
+    bool goOn = true;
+    for (std::size_t i = 0; goOn && i < blocks.size(); ++i) {
+        if (NeedsBlock(blocks[i], i < indexed, lastSegment && i + 1 == blocks.size(), sink.Opened(),
+                       first, second)) {
+            goOn = ReadBlock(fd, file, blocks[i], data, sink);
+        }
+    }
+    close(fd);
+    return goOn;
+}
+
+bool ReadForCopy(const std::string& source, std::uint32_t first, std::uint32_t second,
+                 CopySink& sink) {
+    JournalFiles files;
+    if (!ResolveJournal(source, files) || files.segments.empty()) {
+        return false;
+    }
+    std::vector<unsigned char> data;
+    for (std::size_t i = 0; i < files.segments.size(); ++i) {
+        if (!CopySegment(files.segments[i], files.store, i + 1 == files.segments.size(), first,
+                         second, data, sink)) {
+            break;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::uint32_t second,
@@ -151,7 +244,7 @@ bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::
     bool ok = false;
     {
         CopySink sink(fd, first, second, progress, counts);
-        ok = ReadJournal(source, sink) && sink.Finish();
+        ok = ReadForCopy(source, first, second, sink) && sink.Finish();
         sink.Progress(true);
     }
     return ok && fdatasync(fd) == 0;

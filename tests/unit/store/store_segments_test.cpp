@@ -2,16 +2,20 @@
 // runs are told apart as cleanly or uncleanly ended.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include "DataStore.h"
+#include "RangeCopy.h"
+#include "SegmentIndex.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
 
 TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     StoreDir dir;
-    const std::size_t maxBytes = 256 * 1024;  // segments of 64 KiB
+    const std::size_t maxBytes = 1024 * 1024;  // segments of 128 KiB, index blocks of 64 KiB
     ::setenv("METADATA_STORE_MAX_BYTES", std::to_string(maxBytes).c_str(), 1);
     DataStoreNormal store(dir.base);
     const bool opened = store.Open();
@@ -21,7 +25,7 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     unsigned char mac[6] = {1, 2, 3, 4, 5, 6};
     store.ReportMac(mac, false);
     store.ReportSystemSerialNum("SERIAL-1");
-    const unsigned kReports = 40000;  // about 1 MiB of records
+    const unsigned kReports = 50000;  // about 1.3 MiB of records
     for (unsigned i = 0; i < kReports; ++i) {
         store.TimerTick(2 + i);
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, 2 + i, e_Tag_None);
@@ -33,7 +37,7 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     std::size_t total = 0;
     for (const std::string& path : segments) {
         const std::size_t size = ReadFileText(path).size();
-        EXPECT_LE(size, 64u * 1024u) << path;
+        EXPECT_LE(size, 128u * 1024u) << path;
         total += size;
         // Each segment read alone opens with the MAC and serial told before it began.
         std::string error;
@@ -55,11 +59,37 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     const ReadResult all(dir.base);
     EXPECT_TRUE(all.problems.empty());
     ASSERT_FALSE(all.records.empty());
-    // The newest report is there, whole: speed 39999 at tick 40001.
+    // The newest report is there, whole: speed 49999 at tick 50001.
     const ReadRecord& last = all.records.back();
     ASSERT_EQ(14, last.op);
-    EXPECT_EQ(std::vector<unsigned char>({1, 0x9c, 0x3f, 1, 0, 0, 0x9c, 0x41, 0, 0, 0, 0}),
+    EXPECT_EQ(std::vector<unsigned char>({1, 0xc3, 0x4f, 1, 0, 0, 0xc3, 0x51, 0, 0, 0, 0}),
               last.body);
+
+    // A copy reads only the blocks of the index its range needs, and is the same copy as one
+    // that reads the store from its start (the indexes removed).
+    const std::pair<unsigned, unsigned> ranges[] = {
+        {0, 0}, {30000, 30100}, {20000, 45000}, {49000, 0xFFFFFFFFu}, {60000, 70000}};
+    std::vector<std::string> indexed;
+    std::vector<unsigned long long> read;
+    for (const auto& [first, second] : ranges) {
+        const std::string to = dir.env.Path("i" + std::to_string(indexed.size()));
+        mdj::CopyResult result;
+        ASSERT_TRUE(mdj::CopyRange(dir.base, to, first, second, nullptr, &result));
+        indexed.push_back(ReadFileText(to).substr(mdj::kSegmentHeaderSize));
+        read.push_back(result.recordsRead);
+    }
+    EXPECT_LT(read[1], 5000u);
+    for (const std::string& path : segments) {
+        ASSERT_EQ(0, ::unlink(mdj::IndexPath(path).c_str())) << path;
+    }
+    for (std::size_t i = 0; i < indexed.size(); ++i) {
+        const std::string to = dir.env.Path("w" + std::to_string(i));
+        mdj::CopyResult result;
+        ASSERT_TRUE(
+            mdj::CopyRange(dir.base, to, ranges[i].first, ranges[i].second, nullptr, &result));
+        EXPECT_EQ(indexed[i], ReadFileText(to).substr(mdj::kSegmentHeaderSize)) << i;
+        EXPECT_LE(read[i], result.recordsRead);
+    }
 }
 
 TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
