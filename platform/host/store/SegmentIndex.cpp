@@ -1,6 +1,7 @@
 #include "SegmentIndex.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cstring>
 
@@ -28,9 +29,15 @@ void LoadSegmentIndex(const std::string& segmentPath,
     if (fd < 0) {
         return;
     }
-    std::vector<unsigned char> data(kMaxIndexBytes);
+    struct stat info;
+    if (fstat(fd, &info) != 0 || info.st_size < static_cast<off_t>(kSegmentHeaderSize)) {
+        close(fd);
+        return;
+    }
+    const std::size_t bytes = static_cast<std::size_t>(info.st_size);
+    std::vector<unsigned char> data(bytes < kMaxIndexBytes ? bytes : kMaxIndexBytes);
     std::size_t got = 0;
-    for (;;) {
+    while (got < data.size()) {
         const ssize_t n = read(fd, data.data() + got, data.size() - got);
         if (n <= 0) {
             break;
