@@ -185,10 +185,8 @@ TEST(StoreCopy, CopiesAreMadeOnlyAsNewFilesInsideTheExportDirectory) {
     EXPECT_EQ("keep me", ReadFileText(existing));
     EXPECT_NE(0, ::access((std::string(cwd) + "/cwd-relative.mdj").c_str(), F_OK));
     for (const char* made : {"/cwd-relative.mdj", "/sub/absolute.mdj"}) {
-        EXPECT_EQ(
-            0, RunProgram({ProgramPath("mdstore"), "verify", exportDir + made}, {}, dir.env.Root())
-                   .exitCode)
-            << made;
+        const ReadResult copy(exportDir + made);
+        EXPECT_TRUE(copy.problems.empty() && copy.records.size() > 100) << made;
     }
     // A reversed range or a store with nothing in it leaves no file behind.
     EXPECT_FALSE(reader.ReadToNewFile(dir.base, "fresh.mdj", 5000, 4000, nullptr));
