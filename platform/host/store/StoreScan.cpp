@@ -1,6 +1,7 @@
 #include "StoreScan.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cstdio>
 
@@ -12,16 +13,24 @@ namespace {
 
 struct Candidate {
     SegmentFile file;
+    bool regular = false;  // a plain file (not a link, directory, FIFO ...)
     bool parsed = false;
     bool whole = false;  // at least a header's worth of bytes
     SegmentHeader header;
 };
 
 void ReadHeader(Candidate& candidate) {
-    const int fd = open(candidate.file.path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) {
+    // Never follow a link nor wait on a FIFO that only pretends to be a segment.
+    const int fd =
+        open(candidate.file.path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat info;
+    if (fd < 0 || fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+        if (fd >= 0) {
+            close(fd);
+        }
         return;
     }
+    candidate.regular = true;
     unsigned char bytes[kSegmentHeaderSize];
     std::size_t got = 0;
     while (got < sizeof bytes) {
@@ -37,6 +46,9 @@ void ReadHeader(Candidate& candidate) {
 }
 
 std::string Why(const Candidate& c, std::uint64_t identity) {
+    if (!c.regular) {
+        return "not a plain file";
+    }
     if (!c.parsed) {
         return "no segment header of this format";
     }
@@ -90,15 +102,16 @@ bool ScanStore(const std::string& basePath, StoreListing& listing) {
             const Candidate& c = all[i];
             expected = c.file.number;
             // A header that does not parse inside the run is this store's, damaged.
-            own[i] = !c.parsed ||
-                     (c.header.identity == listing.identity && c.header.number == c.file.number);
+            own[i] = c.regular && (!c.parsed || (c.header.identity == listing.identity &&
+                                                 c.header.number == c.file.number));
         }
     }
     // A segment cut off before its header was whole, right after the store's newest (or as
     // the first of a new store), was being created when the power went.
     const std::uint32_t next = newest < all.size() ? all[newest].file.number + 1 : 1;
     const std::size_t after = newest < all.size() ? newest + 1 : 0;
-    if (after < all.size() && !all[after].whole && all[after].file.number == next) {
+    if (after < all.size() && all[after].regular && !all[after].whole &&
+        all[after].file.number == next) {
         own[after] = true;
     }
     for (std::size_t i = 0; i < all.size(); ++i) {

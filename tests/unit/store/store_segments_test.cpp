@@ -2,6 +2,7 @@
 // runs are told apart as cleanly or uncleanly ended.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -151,6 +152,8 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
             ASSERT_EQ(
                 0,
                 RunProgram({mdstore, "copy", source.base, planted}, {}, dir.env.Root()).exitCode);
+            // A FIFO under the number before the first: never opened to wait on, never adopted.
+            ASSERT_EQ(0, ::mkfifo(mdj::SegmentPath(dir.base, 0).c_str(), 0600));
         }
         DataStoreNormal store(dir.base);
         ASSERT_TRUE(store.Open());
@@ -161,9 +164,10 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
     }
     ::unsetenv("METADATA_STORE_MAX_BYTES");
     const std::vector<std::string> files = dir.Segments();
-    ASSERT_EQ(4u, files.size());
+    ASSERT_EQ(5u, files.size());
     for (std::size_t i = 0; i < files.size(); ++i) {
-        EXPECT_EQ(i < 3 ? mdj::SegmentPath(dir.base, i + 1) : planted, files[i]);
+        EXPECT_EQ(i < 4 ? mdj::SegmentPath(dir.base, static_cast<std::uint32_t>(i)) : planted,
+                  files[i]);
     }
     std::string error;
     const std::vector<StoreRecord> startups = WithOp(
