@@ -62,16 +62,17 @@ void MetadataMgr::MetadataToFileHandler(LinxIpc* ipc, void* context) {
         MM_LOG(2) << "MetadataToFileHandler: error, DataPtr is null";
         return;
     }
-    if (msg.Size() < kMetadataToFileSize) {
-        MM_LOG(2) << "MetadataToFileHandler: error, payload too short (" << msg.Size()
-                  << " bytes), dropped";
-        return;
-    }
     const std::string sender = msg.GetSender();
     unsigned char copied = 0;
-    // A name that fills its whole field has no end the requester meant; nothing is copied.
-    const void* nul = std::memchr(data, '\0', kNameField);
-    if (nul == nullptr) {
+    const void* nul =
+        msg.Size() < kMetadataToFileSize ? nullptr : std::memchr(data, '\0', kNameField);
+    if (msg.Size() < kMetadataToFileSize) {
+        // Too short to hold both range values: nothing is copied, but the requester still gets
+        // its answer rather than waiting out its own time-out.
+        MM_LOG(2) << "MetadataToFileHandler: error, payload too short (" << msg.Size()
+                  << " bytes), answered 0";
+    } else if (nul == nullptr) {
+        // A name that fills its whole field has no end the requester meant; nothing is copied.
         MM_LOG(2) << "MetadataToFileHandler: error, file name not terminated";
     } else {
         const std::string name(data, static_cast<const unsigned char*>(nul));

@@ -180,6 +180,9 @@ public:
         troubles.push_back(line);
         troubleBytes += length;
     }
+    void Foreign(const mdj::ForeignFile& file) override {
+        foreign.push_back("  foreign file " + file.file.path + ": " + file.why);
+    }
 
     std::vector<SegmentInfo> segments;
     std::map<std::string, unsigned long long> perOp;
@@ -193,6 +196,7 @@ public:
     unsigned long long shutdowns = 0;
     std::vector<std::string> troubles;
     unsigned long long troubleBytes = 0;
+    std::vector<std::string> foreign;
 };
 
 class VerifySink : public mdj::JournalSink {
@@ -210,6 +214,10 @@ public:
         ++problems;
         std::printf("DAMAGE %s: %s at offset %zu (%zu bytes)\n", file.path.c_str(),
                     mdj::ProblemName(problem), offset, length);
+    }
+    // Not the store's, so not its damage: named, and left out of the verdict.
+    void Foreign(const mdj::ForeignFile& file) override {
+        std::printf("foreign file %s: %s\n", file.file.path.c_str(), file.why.c_str());
     }
     unsigned long long segments = 0;
     unsigned long long bytes = 0;
@@ -282,6 +290,11 @@ int InfoVerb(const std::vector<std::string>& args) {
                 info.cleanBefore, info.uncleanBefore, info.firstRuns);
     std::printf("damage: %zu places, %llu bytes\n", info.troubles.size(), info.troubleBytes);
     for (const std::string& line : info.troubles) {
+        std::printf("%s\n", line.c_str());
+    }
+    // Files that look like segments but are not the store's: not damage.
+    std::printf("foreign files: %zu\n", info.foreign.size());
+    for (const std::string& line : info.foreign) {
         std::printf("%s\n", line.c_str());
     }
     return 0;

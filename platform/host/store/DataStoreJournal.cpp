@@ -13,6 +13,7 @@
 #include "JournalFormat.h"
 #include "PendingWrites.h"
 #include "RecordSchema.h"
+#include "StoreScan.h"
 #include "Systick.h"
 
 namespace {
@@ -100,10 +101,17 @@ bool DataStoreJournal::Open() {
 
 // Finds how the last run ended and cuts off a record it left half written.
 bool DataStoreJournal::ExaminePrevious() {
-    std::vector<mdj::SegmentFile> files;
-    if (!mdj::ListSegments(basePath_, files)) {
+    mdj::StoreListing listing;
+    if (!mdj::ScanStore(basePath_, listing)) {
         return false;
     }
+    for (const mdj::ForeignFile& foreign : listing.foreign) {
+        std::fprintf(stderr, "DataStore: foreign file %s left alone: %s\n",
+                     foreign.file.path.c_str(), foreign.why.c_str());
+    }
+    // A store's identity is drawn once, when its first segment is made.
+    identity_ = listing.identity != 0 ? listing.identity : mdj::NewStoreIdentity();
+    std::vector<mdj::SegmentFile>& files = listing.segments;
     previousFound_ = false;
     previousClean_ = false;
     previousLastTick_ = 0xFFFFFFFFu;
@@ -127,6 +135,7 @@ bool DataStoreJournal::ExaminePrevious() {
         if (!scanner.HeaderOk() && !anyRecord) {
             // Created but cut off before its header was whole: nothing in it to keep.
             unlink(last.path.c_str());
+            unlink(mdj::IndexPath(last.path).c_str());
             files.pop_back();
             continue;
         }
@@ -152,6 +161,7 @@ bool DataStoreJournal::ExaminePrevious() {
 void DataStoreJournal::EnforceBound() {
     while (!segments_.empty() && totalBytes_ + segmentLimit_ > maxBytes_) {
         unlink(segments_.front().file.path.c_str());
+        unlink(mdj::IndexPath(segments_.front().file.path).c_str());
         totalBytes_ -= segments_.front().bytes;
         segments_.erase(segments_.begin());
     }
@@ -175,7 +185,11 @@ bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
     }
     number_ = segments_.back().file.number;
     unsigned char header[mdj::kSegmentHeaderSize];
-    mdj::PutSegmentHeader(header, number_);
+    mdj::SegmentHeader identity;
+    identity.identity = identity_;
+    identity.number = number_;
+    mdj::PutSegmentHeader(header, identity);
+    index_.Open(segments_.back().file.path, header);
     std::memcpy(pending_.get() + pendingSize_, header, sizeof header);
     pendingSize_ += sizeof header;
     fileBytes_ = 0;
@@ -186,7 +200,9 @@ bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
 }
 
 bool DataStoreJournal::Roll() {
+    index_.EndBlock(segmentBytes_);
     Flush(true);
+    index_.Close();
     segments_.back().bytes = fileBytes_;
     close(fd_);
     fd_ = -1;
@@ -198,7 +214,9 @@ void DataStoreJournal::Close() {
     if (!IsOpen()) {
         return;
     }
+    index_.EndBlock(segmentBytes_);
     Flush(true);
+    index_.Close();
     close(fd_);
     fd_ = -1;
 }
@@ -251,6 +269,7 @@ bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, s
     std::memcpy(pending_.get() + pendingSize_, header, sizeof header);
     std::memcpy(pending_.get() + pendingSize_ + sizeof header, body, size);
     pendingSize_ += frame;
+    index_.Note(mdj::RecordTime(op, currentTick_, body, size));
     segmentBytes_ += frame;
     totalBytes_ += frame;
     ++segmentRecords_;
@@ -261,13 +280,33 @@ bool DataStoreJournal::AppendFrame(std::uint8_t op, const unsigned char* body, s
 }
 
 bool DataStoreJournal::AppendSnapshot(bool force, std::uint8_t cause) {
-    const std::size_t size =
-        state_->Encode(force, cause, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody);
+    return PutSnapshot(
+        state_->Encode(force, cause, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody));
+}
+
+// Writes the snapshot encoded in snapshot_; it begins a block of the index.
+bool DataStoreJournal::PutSnapshot(std::size_t size) {
+    index_.BeginBlock(segmentBytes_);
     if (size == 0 || !AppendFrame(mdj::kOpWriteFullState, snapshot_.get(), size)) {
         return false;
     }
+    // A large state makes for longer blocks, so that snapshots stay a small part of the store.
+    blockLimit_ = 8 * size > mdj::kBlockBytes ? 8 * size : mdj::kBlockBytes;
     state_->MarkWritten();
     return true;
+}
+
+// Past its size a block closes with a snapshot, where a copy can start reading; not when the
+// snapshot and the next record would take the segment past its limit (it rolls soon anyway).
+void DataStoreJournal::Checkpoint(std::size_t nextFrame) {
+    if (segmentBytes_ - index_.BlockStart() < blockLimit_) {
+        return;
+    }
+    const std::size_t size =
+        state_->Encode(false, mdj::kCauseIndex, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody);
+    if (size != 0 && segmentBytes_ + mdj::kFrameHeaderSize + size + nextFrame <= segmentLimit_) {
+        PutSnapshot(size);
+    }
 }
 
 bool DataStoreJournal::Append(std::uint8_t op, const unsigned char* body, std::size_t size) {
@@ -279,6 +318,7 @@ bool DataStoreJournal::Append(std::uint8_t op, const unsigned char* body, std::s
         !Roll()) {
         return false;
     }
+    Checkpoint(mdj::kFrameHeaderSize + size);
     if (!AppendFrame(op, body, size)) {
         return false;
     }
@@ -325,8 +365,10 @@ bool DataStoreJournal::WritePending() {
         fileBytes_ += pendingSize_;
         pendingSize_ = 0;
         unsynced_ = true;
+        index_.Write();
         return true;
     }
+    index_.Drop();
     // Disk full or failing: drop what could not be written and cut any part of it that did
     // reach the file, so the records already there stay whole. Each episode is told when it
     // starts and when writing works again.

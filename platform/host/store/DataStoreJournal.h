@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "SegmentFiles.h"
+#include "SegmentIndex.h"
 #include "StoreState.h"
 
 class DataStoreJournal {
@@ -53,6 +54,8 @@ private:
     void EnforceBound();
     bool AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size);
     bool AppendSnapshot(bool force, std::uint8_t cause);
+    bool PutSnapshot(std::size_t size);
+    void Checkpoint(std::size_t nextFrame);
     bool WritePending();
     // The PendingWrites hook: the process is about to wait for input, or to read the files.
     static void WriteNow(void* journal);
@@ -63,6 +66,7 @@ private:
     std::size_t segmentLimit_;
     int fd_ = -1;
     std::vector<Segment> segments_;  // oldest first; the last is the one being written
+    std::uint64_t identity_ = 0;
     std::uint32_t number_ = 0;
     std::size_t fileBytes_ = 0;     // of the current segment, on disk
     std::size_t segmentBytes_ = 0;  // of the current segment, with what is still buffered
@@ -78,6 +82,9 @@ private:
     bool previousClean_ = false;
     std::uint32_t previousLastTick_ = 0xFFFFFFFFu;
     unsigned long long droppedBytes_ = 0;  // since the current write failure began; 0: none
+
+    mdj::IndexWriter index_;
+    std::size_t blockLimit_ = mdj::kBlockBytes;
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;

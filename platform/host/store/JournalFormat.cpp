@@ -1,5 +1,10 @@
 #include "JournalFormat.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+#include <cstring>
+#include <ctime>
+
 #include "BigEndian.h"
 #include "Crc32c.h"
 
@@ -13,17 +18,19 @@ std::uint32_t FrameCrc(const unsigned char* header, const unsigned char* body, s
 }
 }  // namespace
 
-void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], std::uint32_t segment) {
+void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], const SegmentHeader& header) {
     for (int i = 0; i < 4; ++i) {
         out[i] = kSegmentMagic[i];
     }
     PutBe16(out + 4, kFormatVersion);
     PutBe16(out + 6, 0);
-    PutBe32(out + 8, segment);
-    PutBe32(out + 12, Crc32c(0, out, 12));
+    PutBe32(out + 8, static_cast<std::uint32_t>(header.identity >> 32));
+    PutBe32(out + 12, static_cast<std::uint32_t>(header.identity));
+    PutBe32(out + 16, header.number);
+    PutBe32(out + 20, Crc32c(0, out, 20));
 }
 
-bool ParseSegmentHeader(const unsigned char* data, std::size_t size, std::uint32_t& segment) {
+bool ParseSegmentHeader(const unsigned char* data, std::size_t size, SegmentHeader& header) {
     if (size < kSegmentHeaderSize) {
         return false;
     }
@@ -33,11 +40,31 @@ bool ParseSegmentHeader(const unsigned char* data, std::size_t size, std::uint32
         }
     }
     if (GetBe16(data + 4) != kFormatVersion || GetBe16(data + 6) != 0 ||
-        GetBe32(data + 12) != Crc32c(0, data, 12)) {
+        GetBe32(data + 20) != Crc32c(0, data, 20)) {
         return false;
     }
-    segment = GetBe32(data + 8);
+    header.identity = (static_cast<std::uint64_t>(GetBe32(data + 8)) << 32) | GetBe32(data + 12);
+    header.number = GetBe32(data + 16);
     return true;
+}
+
+std::uint64_t NewStoreIdentity() {
+    std::uint64_t identity = 0;
+    const int fd = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        unsigned char bytes[8] = {};
+        if (read(fd, bytes, sizeof bytes) == static_cast<ssize_t>(sizeof bytes)) {
+            std::memcpy(&identity, bytes, sizeof identity);
+        }
+        close(fd);
+    }
+    // Without the kernel's randomness two stores still differ by time and process.
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    identity ^= (static_cast<std::uint64_t>(now.tv_sec) << 32) ^
+                static_cast<std::uint64_t>(now.tv_nsec) ^
+                (static_cast<std::uint64_t>(getpid()) << 20);
+    return identity == 0 ? 1 : identity;
 }
 
 void PutFrameHeader(unsigned char (&out)[kFrameHeaderSize], std::uint8_t op, std::uint32_t stamp,
@@ -52,11 +79,20 @@ void PutFrameHeader(unsigned char (&out)[kFrameHeaderSize], std::uint8_t op, std
 
 SegmentScanner::SegmentScanner(const unsigned char* data, std::size_t size)
     : data_(data), size_(size), pos_(0), goodEnd_(0) {
-    headerOk_ = ParseSegmentHeader(data, size, segment_);
+    headerOk_ = ParseSegmentHeader(data, size, header_);
     // A damaged header still leaves the records after it readable.
     pos_ = size < kSegmentHeaderSize ? size : kSegmentHeaderSize;
     goodEnd_ = headerOk_ ? kSegmentHeaderSize : 0;
 }
+
+SegmentScanner::SegmentScanner(const unsigned char* data, std::size_t size, std::size_t offset)
+    : data_(data),
+      size_(size),
+      base_(offset),
+      pos_(0),
+      goodEnd_(0),
+      headerOk_(true),
+      shortReported_(true) {}
 
 bool SegmentScanner::RecordAt(std::size_t pos, RecordView& view) const {
     if (size_ - pos < kFrameHeaderSize) {
@@ -78,7 +114,7 @@ bool SegmentScanner::RecordAt(std::size_t pos, RecordView& view) const {
     view.stamp = GetBe32(frame + 8);
     view.body = body;
     view.size = length;
-    view.offset = pos;
+    view.offset = base_ + pos;
     return true;
 }
 
@@ -104,14 +140,14 @@ SegmentScanner::Event SegmentScanner::Next() {
     for (std::size_t p = pos_ + 1; p + kFrameHeaderSize <= size_; ++p) {
         if (data_[p] == (kRecordMagic >> 8) && RecordAt(p, next)) {
             event.kind = kDamage;
-            event.offset = pos_;
+            event.offset = base_ + pos_;
             event.length = p - pos_;
             pos_ = p;
             return event;
         }
     }
     event.kind = kTorn;
-    event.offset = pos_;
+    event.offset = base_ + pos_;
     event.length = size_ - pos_;
     pos_ = size_;
     return event;

@@ -1,6 +1,7 @@
 // Framing of the metadata files. A segment is a 16-byte header followed by records:
 //
-//   header: "MDJ" 0x1A | version u16 | reserved u16 | segment number u32 | CRC-32C of bytes 0-11
+//   header: "MDJ" 0x1A | version u16 | reserved u16 | store identity u64 | segment number u32 |
+//           CRC-32C of bytes 0-19
 //   record: magic 0xC35A u16 | type u8 | reserved u8 | body length u32 | store tick u32 |
 //           CRC-32C of bytes 2-11 and the body u32 | body
 //
@@ -14,16 +15,26 @@
 
 namespace mdj {
 
-const std::size_t kSegmentHeaderSize = 16;
+const std::size_t kSegmentHeaderSize = 24;
 const std::size_t kFrameHeaderSize = 16;
-const std::uint16_t kFormatVersion = 1;
+// 2: the header carries the store's identity.
+const std::uint16_t kFormatVersion = 2;
 const std::uint16_t kRecordMagic = 0xC35A;
 // No record body is larger (a snapshot is far below it).
 const std::uint32_t kMaxRecordBody = 1u << 20;
 
-void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], std::uint32_t segment);
+// Who a segment belongs to: the identity its store drew when it was first created (every
+// segment of a store carries it; a copy draws its own) and its place in that store.
+struct SegmentHeader {
+    std::uint64_t identity = 0;
+    std::uint32_t number = 0;
+};
+
+void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], const SegmentHeader& header);
 // False when the header is damaged or of another version.
-bool ParseSegmentHeader(const unsigned char* data, std::size_t size, std::uint32_t& segment);
+bool ParseSegmentHeader(const unsigned char* data, std::size_t size, SegmentHeader& header);
+// A fresh identity, never 0.
+std::uint64_t NewStoreIdentity();
 
 // Writes the frame header of a record whose body is `body`.
 void PutFrameHeader(unsigned char (&out)[kFrameHeaderSize], std::uint8_t op, std::uint32_t stamp,
@@ -55,20 +66,25 @@ public:
     };
 
     SegmentScanner(const unsigned char* data, std::size_t size);
+    // Records only: `data` holds the bytes of a segment from `offset` on, which is where a
+    // record begins; offsets are told as in the file.
+    SegmentScanner(const unsigned char* data, std::size_t size, std::size_t offset);
     bool HeaderOk() const { return headerOk_; }
-    std::uint32_t Segment() const { return segment_; }
+    std::uint32_t Segment() const { return header_.number; }
+    const SegmentHeader& Header() const { return header_; }
     Event Next();
     // The end of the last good record (or of the header): where a torn tail is cut off.
-    std::size_t GoodEnd() const { return goodEnd_; }
+    std::size_t GoodEnd() const { return base_ + goodEnd_; }
 
 private:
     bool RecordAt(std::size_t pos, RecordView& view) const;
 
     const unsigned char* data_;
     std::size_t size_;
+    std::size_t base_ = 0;
     std::size_t pos_;
     std::size_t goodEnd_;
-    std::uint32_t segment_ = 0;
+    SegmentHeader header_;
     bool headerOk_ = false;
     bool shortReported_ = false;
 };

@@ -26,50 +26,77 @@ const char* ProblemName(Problem problem) {
     return "unknown problem";
 }
 
-bool ReadJournal(const std::string& path, JournalSink& sink) {
-    std::vector<SegmentFile> files;
-    if (!ResolveSegments(path, files)) {
+bool ResolveJournal(const std::string& path, JournalFiles& files) {
+    files = JournalFiles();
+    if (IsRegularFile(path)) {
+        SegmentFile file;
+        file.path = path;
+        files.segments.push_back(file);
+        return true;
+    }
+    StoreListing listing;
+    if (!ScanStore(path, listing)) {
         return false;
     }
-    const bool store = files.size() > 1 || files[0].path != path;
+    files.store = true;
+    files.segments.swap(listing.segments);
+    files.foreign.swap(listing.foreign);
+    return !files.segments.empty() || !files.foreign.empty();
+}
+
+bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& sink) {
+    for (SegmentScanner::Event event = scanner.Next(); event.kind != SegmentScanner::kEnd;
+         event = scanner.Next()) {
+        switch (event.kind) {
+            case SegmentScanner::kRecord:
+                if (!WalkRecord(event.record.op, event.record.body, event.record.size, nullptr)) {
+                    sink.Trouble(file, Problem::kMalformed, event.record.offset,
+                                 event.record.frameSize());
+                } else if (!sink.Record(file, event.record)) {
+                    return false;
+                }
+                break;
+            case SegmentScanner::kDamage:
+                sink.Trouble(file, Problem::kDamage, event.offset, event.length);
+                break;
+            case SegmentScanner::kTorn:
+                sink.Trouble(file, Problem::kTorn, event.offset, event.length);
+                break;
+            case SegmentScanner::kEnd:
+                break;
+        }
+    }
+    return true;
+}
+
+bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
+                 JournalSink& sink) {
+    if (!ReadWholeFile(file.path, data)) {
+        sink.Trouble(file, Problem::kUnreadable, 0, 0);
+        return true;
+    }
+    sink.BeginSegment(file, data.size());
+    SegmentScanner scanner(data.data(), data.size());
+    if (!scanner.HeaderOk() && data.size() >= kSegmentHeaderSize) {
+        sink.Trouble(file, Problem::kBadHeader, 0, kSegmentHeaderSize);
+    } else if (store && scanner.HeaderOk() && scanner.Segment() != file.number) {
+        sink.Trouble(file, Problem::kWrongNumber, 0, kSegmentHeaderSize);
+    }
+    return ScanRecords(file, scanner, sink);
+}
+
+bool ReadJournal(const std::string& path, JournalSink& sink) {
+    JournalFiles files;
+    if (!ResolveJournal(path, files)) {
+        return false;
+    }
+    for (const ForeignFile& foreign : files.foreign) {
+        sink.Foreign(foreign);
+    }
     std::vector<unsigned char> data;
-    for (std::size_t i = 0; i < files.size(); ++i) {
-        const SegmentFile& file = files[i];
-        if (!ReadWholeFile(file.path, data)) {
-            sink.Trouble(file, Problem::kUnreadable, 0, 0);
-            continue;
-        }
-        sink.BeginSegment(file, data.size());
-        if (store && i > 0 && file.number != files[i - 1].number + 1) {
-            sink.Trouble(file, Problem::kMissingSegments, 0, 0);
-        }
-        SegmentScanner scanner(data.data(), data.size());
-        if (!scanner.HeaderOk() && data.size() >= kSegmentHeaderSize) {
-            sink.Trouble(file, Problem::kBadHeader, 0, kSegmentHeaderSize);
-        } else if (store && scanner.HeaderOk() && scanner.Segment() != file.number) {
-            sink.Trouble(file, Problem::kWrongNumber, 0, kSegmentHeaderSize);
-        }
-        for (SegmentScanner::Event event = scanner.Next(); event.kind != SegmentScanner::kEnd;
-             event = scanner.Next()) {
-            switch (event.kind) {
-                case SegmentScanner::kRecord:
-                    if (!WalkRecord(event.record.op, event.record.body, event.record.size,
-                                    nullptr)) {
-                        sink.Trouble(file, Problem::kMalformed, event.record.offset,
-                                     event.record.frameSize());
-                    } else if (!sink.Record(file, event.record)) {
-                        return true;
-                    }
-                    break;
-                case SegmentScanner::kDamage:
-                    sink.Trouble(file, Problem::kDamage, event.offset, event.length);
-                    break;
-                case SegmentScanner::kTorn:
-                    sink.Trouble(file, Problem::kTorn, event.offset, event.length);
-                    break;
-                case SegmentScanner::kEnd:
-                    break;
-            }
+    for (const SegmentFile& file : files.segments) {
+        if (!ReadSegment(file, files.store, data, sink)) {
+            break;
         }
     }
     return true;

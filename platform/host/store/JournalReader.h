@@ -4,9 +4,11 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 #include "JournalFormat.h"
 #include "SegmentFiles.h"
+#include "StoreScan.h"
 
 namespace mdj {
 
@@ -33,7 +35,27 @@ public:
     // `offset`/`length` locate the bytes concerned (0 for whole-segment problems).
     virtual void Trouble(const SegmentFile& file, Problem problem, std::size_t offset,
                          std::size_t length) = 0;
+    // A file that looks like a segment but is not the store's; it is not read. Not damage.
+    virtual void Foreign(const ForeignFile& file) { (void)file; }
 };
+
+// What to read for `path`: the store's own segments when it is a base path (`store` true),
+// else the file itself (a copied range). False when there is nothing to read.
+struct JournalFiles {
+    bool store = false;
+    std::vector<SegmentFile> segments;
+    std::vector<ForeignFile> foreign;
+};
+bool ResolveJournal(const std::string& path, JournalFiles& files);
+
+// Hands the records `scanner` finds to `sink`, and what is wrong to its Trouble; false when
+// the sink asked to stop.
+bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& sink);
+
+// Reads one whole segment (`store`: it is one of a store's, so its number is checked) into
+// `data` and hands it on; false when the sink asked to stop.
+bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
+                 JournalSink& sink);
 
 // False when `path` is neither a store with segments nor a readable file.
 bool ReadJournal(const std::string& path, JournalSink& sink);

@@ -27,4 +27,8 @@ struct CopyResult {
 bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
                std::uint32_t second, CopyProgress* progress, CopyResult* result = nullptr);
 
+// The same into `fd`, an empty file the caller made and closes (and removes on failure).
+bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::uint32_t second,
+                   CopyProgress* progress, CopyResult* result = nullptr);
+
 }  // namespace mdj

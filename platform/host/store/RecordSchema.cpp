@@ -138,7 +138,7 @@ const OpLayout kOps[kOpCount] = {
     Layout("ReportVideoRecordingSettings", kRecording, kOneSlot),
 };
 
-const char* const kCauseNames[] = {"call", "segment", "open", "copy"};
+const char* const kCauseNames[] = {"call", "segment", "open", "copy", "index"};
 
 bool WalkFields(const Field* fields, unsigned count, BodyReader& in, FieldVisitor* out);
 
@@ -257,7 +257,7 @@ bool WalkSnapshot(BodyReader& in, FieldVisitor* out) {
     std::uint8_t force = 0;
     std::uint8_t cause = 0;
     std::uint16_t count = 0;
-    if (!in.U8(force) || force > 1 || !in.U8(cause) || cause > kCauseCopy || !in.U16(count)) {
+    if (!in.U8(force) || force > 1 || !in.U8(cause) || cause > kCauseIndex || !in.U16(count)) {
         return false;
     }
     if (out != nullptr) {
@@ -297,7 +297,7 @@ bool WalkSnapshot(BodyReader& in, FieldVisitor* out) {
 }  // namespace
 
 const char* SnapshotCauseName(std::uint8_t cause) {
-    return cause <= kCauseCopy ? kCauseNames[cause] : "unknown";
+    return cause <= kCauseIndex ? kCauseNames[cause] : "unknown";
 }
 
 const OpLayout* FindOp(std::uint8_t op) {

@@ -68,6 +68,7 @@ enum SnapshotCause : std::uint8_t {
     kCauseSegment = 1,  // a new segment begins
     kCauseOpen = 2,     // the store was opened (a new run)
     kCauseCopy = 3,     // first record of a copied range: the state as of its start
+    kCauseIndex = 4,    // a block of the segment's index begins (see SegmentIndex.h)
 };
 const char* SnapshotCauseName(std::uint8_t cause);
 

@@ -77,29 +77,15 @@ bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segment
     }
     while (const dirent* entry = readdir(dir)) {
         SegmentFile segment;
-        struct stat info;
         if (SegmentNumber(entry->d_name, base, segment.number)) {
             segment.path = directory + "/" + entry->d_name;
-            if (lstat(segment.path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) {
-                segments.push_back(segment);
-            }
+            segments.push_back(segment);
         }
     }
     closedir(dir);
     std::sort(segments.begin(), segments.end(),
               [](const SegmentFile& a, const SegmentFile& b) { return a.number < b.number; });
     return true;
-}
-
-bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments) {
-    segments.clear();
-    if (IsRegularFile(path)) {
-        SegmentFile file;
-        file.path = path;
-        segments.push_back(file);
-        return true;
-    }
-    return ListSegments(path, segments) && !segments.empty();
 }
 
 bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data) {

@@ -17,12 +17,9 @@ std::string SegmentPath(const std::string& basePath, std::uint32_t number);
 std::string DirectoryOf(const std::string& path);
 bool IsDirectory(const std::string& path);
 bool IsRegularFile(const std::string& path);
-// The segments of the store at `basePath` (regular files only: a link is never a segment),
-// oldest first; false when the directory cannot be read.
+// The files named like segments of the store at `basePath`, by number; whose they are is
+// StoreScan's business. False when the directory cannot be read.
 bool ListSegments(const std::string& basePath, std::vector<SegmentFile>& segments);
-// The segments to read for `path`: the store's segments when it is a base path, else the file
-// itself (a copied range). False when there is nothing to read.
-bool ResolveSegments(const std::string& path, std::vector<SegmentFile>& segments);
 // The whole file; false when it cannot be read or is not a regular file (a link is not
 // followed).
 bool ReadWholeFile(const std::string& path, std::vector<unsigned char>& data);

@@ -120,9 +120,8 @@ TEST(AllocHotPaths, EveryHandlerAndRequestOnceWarm) {
     }
     // The counter does see the platform's allocations: the metadata-to-file copy, the one
     // request allowed to allocate, is counted.
-    EXPECT_LT(0u,
-              received(events::kMetadataToFile,
-                       events::CopyRequest(h.env.Media() + "/copy.mdj", 0, 0xFFFFFFFEu), h.peer));
+    EXPECT_LT(0u, received(events::kMetadataToFile, events::CopyRequest("copy.mdj", 0, 0xFFFFFFFEu),
+                           h.peer));
 
     // The handlers did their work: every round stored each event.
     const std::vector<StoreRecord> records = h.Records();

@@ -1,7 +1,13 @@
-// Copies of a tick range: a new file that opens with the state as of the range's start.
+// Copies of a tick range: a new file that opens with the state as of the range's start, made
+// only inside the export directory.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <ftw.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <algorithm>
+#include <cstdlib>
 
 #include "DataStore.h"
 #include "MetadataReader.h"
@@ -39,6 +45,25 @@ void WriteTimeline(const std::string& base) {
     store.Close();
 }
 
+// Every file and link under `root` but inside `skip`, with its size and time of change.
+std::string* gTree = nullptr;
+std::string gSkip;
+int AddToTree(const char* path, const struct stat* info, int, struct FTW*) {
+    const std::string name = path;
+    if (name.compare(0, gSkip.size(), gSkip) != 0) {
+        *gTree += name + " " + std::to_string(info->st_size) + " " +
+                  std::to_string(info->st_ctim.tv_nsec) + "\n";
+    }
+    return 0;
+}
+std::string Tree(const std::string& root, const std::string& skip) {
+    std::string tree;
+    gTree = &tree;
+    gSkip = skip;
+    nftw(root.c_str(), AddToTree, 16, FTW_PHYS);
+    return tree;
+}
+
 }  // namespace
 
 TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
@@ -47,9 +72,9 @@ TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
     Watchdog watchdog(e_Process_MetadataMgr, e_Thread_Main);
     ASSERT_TRUE(watchdog.Subscribe(10));
     const unsigned int petsBefore = watchdog.PetCount();
-    const std::string copy = dir.env.Path("clip.mdj");
+    const std::string copy = dir.env.Media() + "/export/clip.mdj";
     MetadataReader reader;
-    ASSERT_TRUE(reader.ReadToNewFile(dir.base, copy, 3000, 6000, &watchdog));
+    ASSERT_TRUE(reader.ReadToNewFile(dir.base, "clip.mdj", 3000, 6000, &watchdog));
     EXPECT_GT(watchdog.PetCount(), petsBefore);
 
     std::string error;
@@ -76,49 +101,95 @@ TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
             << records[i].line;
     }
 
-    // The same through mdstore copy; the file reads alike and checks out.
+    // The same through mdstore copy; the records are alike (each copy is a store of its own,
+    // with its own identity) and it checks out.
     const std::string mdstore = ProgramPath("mdstore");
     const std::string viaTool = dir.env.Path("tool.mdj");
     const ProgramResult result = RunProgram(
         {mdstore, "copy", dir.base, viaTool, "--from", "3000", "--to", "6000"}, {}, dir.env.Root());
     EXPECT_EQ(0, result.exitCode) << result.err;
-    EXPECT_EQ(ReadFileText(copy), ReadFileText(viaTool));
+    EXPECT_EQ(ReadFileText(copy).substr(mdj::kSegmentHeaderSize),
+              ReadFileText(viaTool).substr(mdj::kSegmentHeaderSize));
     EXPECT_EQ(0, RunProgram({mdstore, "verify", viaTool}, {}, dir.env.Root()).exitCode);
 
     // An empty range still gives the state as of its start, and nothing else.
-    const std::string empty = dir.env.Path("empty.mdj");
-    ASSERT_TRUE(reader.ReadToNewFile(dir.base, empty, 20000, 30000, nullptr));
-    const ReadResult emptyRead(empty);
+    ASSERT_TRUE(reader.ReadToNewFile(dir.base, "empty.mdj", 20000, 30000, nullptr));
+    const ReadResult emptyRead(dir.env.Media() + "/export/empty.mdj");
     ASSERT_EQ(1u, emptyRead.records.size());
     EXPECT_EQ(3, emptyRead.records[0].op);
 }
 
-TEST(StoreCopy, RefusesExistingFilesLinksMissingDirectoriesReversedRangesAndEmptyStores) {
+// Another process names the file: only a new file inside the export directory is ever made,
+// and a refusal is answered false with one line saying why.
+TEST(StoreCopy, CopiesAreMadeOnlyAsNewFilesInsideTheExportDirectory) {
     StoreDir dir;
     WriteTimeline(dir.base);
-    const std::string existing = dir.env.WriteFile("existing.mdj", "keep me");
-    const std::string target = dir.env.WriteFile("target.txt", "target");
-    const std::string link = dir.env.Path("link.mdj");
-    const std::string dangling = dir.env.Path("dangling.mdj");
-    const std::string wouldBe = dir.env.Path("would-be-created.mdj");
-    ASSERT_EQ(0, ::symlink(target.c_str(), link.c_str()));
-    ASSERT_EQ(0, ::symlink(wouldBe.c_str(), dangling.c_str()));
+    const std::string exportDir = dir.env.Media() + "/export";
     MetadataReader reader;
-    for (const std::string& to : {existing, link, dangling, dir.env.Path("no/such/dir/c.mdj")}) {
-        EXPECT_FALSE(reader.ReadToNewFile(dir.base, to, 0, 0xFFFFFFFFu, nullptr)) << to;
-    }
-    EXPECT_EQ("keep me", ReadFileText(existing));
-    EXPECT_EQ("target", ReadFileText(target));
-    EXPECT_NE(0, ::access(wouldBe.c_str(), F_OK));
-    const std::string fresh = dir.env.Path("fresh.mdj");
-    EXPECT_FALSE(reader.ReadToNewFile(dir.base, fresh, 5000, 4000, nullptr));
-    EXPECT_FALSE(reader.ReadToNewFile(dir.env.Path("absent/metadata"), fresh, 0, 1, nullptr));
-    EXPECT_NE(0, ::access(fresh.c_str(), F_OK));
+    ASSERT_TRUE(reader.ReadToNewFile(dir.base, "first.mdj", 0, 1, nullptr));
+    struct stat info;
+    ASSERT_EQ(0, ::stat(exportDir.c_str(), &info));
+    EXPECT_EQ(0750u, info.st_mode & 07777);
+    ASSERT_EQ(0, ::mkdir((exportDir + "/sub").c_str(), 0750));
+    const std::string existing = exportDir + "/existing.mdj";
+    WriteBytes(existing, "keep me");
+    ASSERT_EQ(0, ::symlink(dir.env.Root().c_str(), (exportDir + "/link").c_str()));
+    ASSERT_EQ(0,
+              ::symlink(dir.env.Path("would-be.mdj").c_str(), (exportDir + "/dangling").c_str()));
+    // The working directory of a relative name is the export directory, never the process's.
+    char cwd[4096];
+    ASSERT_NE(nullptr, ::getcwd(cwd, sizeof cwd));
 
-    const std::string mdstore = ProgramPath("mdstore");
-    EXPECT_EQ(2, RunProgram({mdstore, "copy", dir.base, existing}, {}, dir.env.Root()).exitCode);
-    EXPECT_EQ(1, RunProgram({mdstore, "copy", dir.base}, {}, dir.env.Root()).exitCode);
-    EXPECT_EQ(
-        1,
-        RunProgram({mdstore, "copy", dir.base, fresh, "--from", "x"}, {}, dir.env.Root()).exitCode);
+    const std::string outside = Tree(dir.env.Root(), exportDir);
+    const struct {
+        std::string name;
+        const char* exportDir;  // METADATA_EXPORT_DIR, or null
+        bool made;
+        const char* why;
+    } cases[] = {
+        {dir.env.Path("outside.mdj"), nullptr, false, "outside the export directory"},
+        {"../escape.mdj", nullptr, false, "'..' in the name"},
+        {"sub/../../escape.mdj", nullptr, false, "'..' in the name"},
+        {"link/through.mdj", nullptr, false, "a symbolic link on the path"},
+        {"metadata/into-store.mdj", "media", false, "the store's own directory"},
+        {"metadata.999999.mdj", nullptr, false, "the name of a metadata segment"},
+        {"existing.mdj", nullptr, false, "exists, not replaced"},
+        {"dangling", nullptr, false, "a symbolic link is there"},
+        {"", nullptr, false, "no file name"},
+        {"cwd-relative.mdj", nullptr, true, nullptr},
+        {exportDir + "/sub/./absolute.mdj", nullptr, true, nullptr},
+    };
+    for (const auto& c : cases) {
+        if (c.exportDir != nullptr) {
+            ::setenv("METADATA_EXPORT_DIR", dir.env.Path(c.exportDir).c_str(), 1);
+        }
+        ::fflush(stderr);
+        const std::string log = exportDir + "/log.txt";
+        const int saved = ::dup(2);
+        const int file = ::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        ::dup2(file, 2);
+        const bool made = reader.ReadToNewFile(dir.base, c.name, 0, 0xFFFFFFFFu, nullptr);
+        ::dup2(saved, 2);
+        ::close(saved);
+        ::close(file);
+        ::unsetenv("METADATA_EXPORT_DIR");
+        EXPECT_EQ(c.made, made) << c.name;
+        const std::string text = ReadFileText(log);
+        if (c.why != nullptr) {
+            EXPECT_NE(std::string::npos, text.find(std::string("refused: ") + c.why))
+                << c.name << ": " << text;
+            EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n')) << text;
+        }
+    }
+    EXPECT_EQ(outside, Tree(dir.env.Root(), exportDir));
+    EXPECT_EQ("keep me", ReadFileText(existing));
+    EXPECT_NE(0, ::access((std::string(cwd) + "/cwd-relative.mdj").c_str(), F_OK));
+    for (const char* made : {"/cwd-relative.mdj", "/sub/absolute.mdj"}) {
+        const ReadResult copy(exportDir + made);
+        EXPECT_TRUE(copy.problems.empty() && copy.records.size() > 100) << made;
+    }
+    // A reversed range or a store with nothing in it leaves no file behind.
+    EXPECT_FALSE(reader.ReadToNewFile(dir.base, "fresh.mdj", 5000, 4000, nullptr));
+    EXPECT_FALSE(reader.ReadToNewFile(dir.env.Path("absent/metadata"), "fresh.mdj", 0, 1, nullptr));
+    EXPECT_NE(0, ::access((exportDir + "/fresh.mdj").c_str(), F_OK));
 }
