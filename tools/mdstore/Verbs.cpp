@@ -10,119 +10,12 @@
 
 #include "JournalReader.h"
 #include "RangeCopy.h"
-#include "RecordPrinter.h"
 #include "RecordSchema.h"
+#include "RecordStream.h"
 #include "SegmentFiles.h"
 #include "Summary.h"
 
 namespace {
-
-struct Options {
-    bool help = false;
-    bool json = false;
-    std::uint32_t from = 0;
-    std::uint32_t to = 0xFFFFFFFFu;
-    std::vector<std::string> paths;
-};
-
-bool ParseTick(const std::string& text, std::uint32_t& value) {
-    if (text.empty() || text[0] == '-' || text[0] == '+') {
-        return false;
-    }
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long parsed = std::strtoull(text.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || parsed > 0xFFFFFFFFull) {
-        return false;
-    }
-    value = static_cast<std::uint32_t>(parsed);
-    return true;
-}
-
-// False (after a message) on a usage error.
-bool Parse(const std::vector<std::string>& args, bool allowJson, bool allowRange,
-           Options& options) {
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--help" || arg == "-h") {
-            options.help = true;
-        } else if (allowJson && arg == "--json") {
-            options.json = true;
-        } else if (allowRange && (arg == "--from" || arg == "--to")) {
-            std::uint32_t& target = arg == "--from" ? options.from : options.to;
-            if (i + 1 >= args.size() || !ParseTick(args[i + 1], target)) {
-                std::fprintf(stderr, "mdstore: %s needs a tick (0 to 4294967295)\n", arg.c_str());
-                return false;
-            }
-            ++i;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::fprintf(stderr, "mdstore: unknown option %s\n", arg.c_str());
-            return false;
-        } else {
-            options.paths.push_back(arg);
-        }
-    }
-    return true;
-}
-
-// Parses and handles --help and the number of paths; -1 means go on.
-int Prepare(const std::vector<std::string>& args, bool allowJson, bool allowRange,
-            std::size_t pathCount, const char* usage, Options& options) {
-    if (!Parse(args, allowJson, allowRange, options)) {
-        std::fputs(usage, stderr);
-        return 1;
-    }
-    if (options.help) {
-        std::fputs(usage, stdout);
-        return 0;
-    }
-    if (options.paths.size() != pathCount) {
-        std::fputs(usage, stderr);
-        return 1;
-    }
-    return -1;
-}
-
-void ReportTrouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
-                   std::size_t length) {
-    std::fprintf(stderr, "mdstore: %s: %s at offset %zu (%zu bytes)\n", file.path.c_str(),
-                 mdj::ProblemName(problem), offset, length);
-}
-
-int Unreadable(const std::string& path) {
-    std::fprintf(stderr, "mdstore: no metadata files at %s\n", path.c_str());
-    return 2;
-}
-
-class CatSink : public mdj::JournalSink {
-public:
-    explicit CatSink(const Options& options) : options_(options) { line_.reserve(4096); }
-    bool Record(const mdj::SegmentFile&, const mdj::RecordView& record) override {
-        const std::uint32_t time =
-            mdj::RecordTime(record.op, record.stamp, record.body, record.size);
-        if (time < options_.from || time > options_.to) {
-            return true;
-        }
-        line_.clear();
-        if (options_.json) {
-            RecordJson(record, line_);
-        } else {
-            RecordText(record, line_);
-        }
-        line_ += '\n';
-        std::fwrite(line_.data(), 1, line_.size(), stdout);
-        return true;
-    }
-    void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
-                 std::size_t length) override {
-        std::fflush(stdout);
-        ReportTrouble(file, problem, offset, length);
-    }
-
-private:
-    const Options& options_;
-    std::string line_;
-};
 
 struct SegmentInfo {
     std::string path;
@@ -233,24 +126,41 @@ private:
     std::time_t last_;
 };
 
-}  // namespace
+// The ticks of the first and last records whose times lie in [--since, --until]: a copy
+// takes ticks.
+class TickRange : public DatedSink {
+public:
+    explicit TickRange(const Options& options) : DatedSink(options) {}
+    bool any = false;
+    std::uint32_t first = 0xFFFFFFFFu;
+    std::uint32_t last = 0;
 
-int CatVerb(const std::vector<std::string>& args) {
-    Options options;
-    const int early = Prepare(args, true, true, 1, kCatUsage, options);
-    if (early >= 0) {
-        return early;
+protected:
+    void Take(const mdj::RecordView& record, const long long*) override {
+        const std::uint32_t time =
+            mdj::RecordTime(record.op, record.stamp, record.body, record.size);
+        first = time < first ? time : first;
+        last = time > last ? time : last;
+        any = true;
     }
-    CatSink sink(options);
-    if (!mdj::ReadJournal(options.paths[0], sink)) {
-        return Unreadable(options.paths[0]);
+    void Trouble(const mdj::SegmentFile&, mdj::Problem, std::size_t, std::size_t) override {}
+};
+
+bool TicksOfTimes(Options& options) {
+    TickRange range(options);
+    if (!mdj::ReadJournal(options.paths[0], range) || !range.any) {
+        return false;
     }
-    return std::fflush(stdout) == 0 ? 0 : 2;
+    options.from = range.first;
+    options.to = range.last;
+    return true;
 }
 
-int InfoVerb(const std::vector<std::string>& args) {
+}  // namespace
+
+int InfoVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, false, 1, kInfoUsage, options);
+    const int early = ParseOptions(argc, argv, 0, 1, kInfoUsage, options);
     if (early >= 0) {
         return early;
     }
@@ -287,9 +197,9 @@ int InfoVerb(const std::vector<std::string>& args) {
     return 0;
 }
 
-int VerifyVerb(const std::vector<std::string>& args) {
+int VerifyVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, false, 1, kVerifyUsage, options);
+    const int early = ParseOptions(argc, argv, 0, 1, kVerifyUsage, options);
     if (early >= 0) {
         return early;
     }
@@ -307,9 +217,9 @@ int VerifyVerb(const std::vector<std::string>& args) {
     return 0;
 }
 
-int CopyVerb(const std::vector<std::string>& args) {
+int CopyVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, true, 2, kCopyUsage, options);
+    const int early = ParseOptions(argc, argv, kOptRange | kOptKind, 2, kCopyUsage, options);
     if (early >= 0) {
         return early;
     }
@@ -330,9 +240,15 @@ int CopyVerb(const std::vector<std::string>& args) {
         std::fprintf(stderr, "mdstore: --from %u is after --to %u\n", options.from, options.to);
         return 2;
     }
+    if ((options.haveSince || options.haveUntil) && !TicksOfTimes(options)) {
+        std::fprintf(stderr, "mdstore: no dated records of %s lie between --since and --until\n",
+                     source.c_str());
+        return 2;
+    }
     StderrProgress progress;
     mdj::CopyResult result;
-    if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result)) {
+    if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result,
+                        options.anyKind ? options.kinds : nullptr)) {
         std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", source.c_str(),
                      destination.c_str());
         return 2;
@@ -346,9 +262,9 @@ int CopyVerb(const std::vector<std::string>& args) {
     return 0;
 }
 
-int SummaryVerb(const std::vector<std::string>& args) {
+int SummaryVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, true, false, 1, kSummaryUsage, options);
+    const int early = ParseOptions(argc, argv, kOptJson, 1, kSummaryUsage, options);
     if (early >= 0) {
         return early;
     }

@@ -55,6 +55,14 @@ private:
     bool AppendSnapshot(bool force, std::uint8_t cause);
     bool WritePending();
     void Flush(bool sync);
+    // Time anchors: the real-time clock beside the system tick (see TimeAnchor).
+    struct ClockReading {
+        long long utcMs;
+        std::uint32_t tick;
+    };
+    static bool ReadClocks(ClockReading& now);
+    bool AppendAnchor(const ClockReading& now, std::uint8_t reason);
+    void KeepAnchored();
 
     std::string basePath_;
     std::size_t maxBytes_;
@@ -76,6 +84,11 @@ private:
     bool previousClean_ = false;
     std::uint32_t previousLastTick_ = 0xFFFFFFFFu;
     bool writeErrorLogged_ = false;
+
+    bool anchored_ = false;  // the current segment holds an anchor
+    ClockReading anchor_ = {0, 0};
+    bool havePass_ = false;
+    ClockReading lastPass_ = {0, 0};
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;

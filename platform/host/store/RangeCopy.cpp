@@ -29,8 +29,9 @@ long long NowMs() {
 class CopySink : public JournalSink {
 public:
     CopySink(int fd, std::uint32_t first, std::uint32_t second, CopyProgress* progress,
-             CopyResult& result)
+             CopyResult& result, const bool* kinds)
         : fd_(fd),
+          kinds_(kinds),
           first_(first),
           second_(second),
           progress_(progress),
@@ -53,7 +54,7 @@ public:
         // of the state it should open with.
         if (time < first_ && !openingWritten_) {
             state_->Apply(record.op, record.body, record.size);
-        } else if (time <= second_) {
+        } else if (time <= second_ && (kinds_ == nullptr || kinds_[record.op])) {
             if (!WriteOpening()) {
                 return false;
             }
@@ -121,6 +122,7 @@ private:
     }
 
     int fd_;
+    const bool* kinds_;
     std::uint32_t first_;
     std::uint32_t second_;
     CopyProgress* progress_;
@@ -137,7 +139,8 @@ private:
 }  // namespace
 
 bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
-               std::uint32_t second, CopyProgress* progress, CopyResult* result) {
+               std::uint32_t second, CopyProgress* progress, CopyResult* result,
+               const bool* kinds) {
     CopyResult local;
     CopyResult& counts = result != nullptr ? *result : local;
     counts = CopyResult();
@@ -157,7 +160,7 @@ bool CopyRange(const std::string& source, const std::string& destination, std::u
     }
     bool ok = false;
     {
-        CopySink sink(fd, first, second, progress, counts);
+        CopySink sink(fd, first, second, progress, counts, kinds);
         ok = ReadJournal(source, sink) && sink.Finish();
         sink.Progress(true);
     }
