@@ -7,45 +7,12 @@
 #include "RecordSchema.h"
 #include "TimeAnchors.h"
 
-namespace {
-
-// The length of the well-formed UTF-8 sequence at `text` (RFC 3629: no overlong forms, no
-// surrogates, nothing above U+10FFFF); 0 when the bytes there are not one.
-std::size_t Utf8Length(const unsigned char* text, std::size_t size) {
-    const unsigned char c = text[0];
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF) {
-        length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        length = 3;
-        low = c == 0xE0 ? 0xA0 : 0x80;
-        high = c == 0xED ? 0x9F : 0xBF;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        length = 4;
-        low = c == 0xF0 ? 0x90 : 0x80;
-        high = c == 0xF4 ? 0x8F : 0xBF;
-    }
-    if (length == 0 || length > size || text[1] < low || text[1] > high) {
-        return 0;
-    }
-    for (std::size_t i = 2; i < length; ++i) {
-        if (text[i] < 0x80 || text[i] > 0xBF) {
-            return 0;
-        }
-    }
-    return length;
-}
-
-}  // namespace
-
 void AppendJsonString(std::string& out, const char* text, std::size_t size) {
     const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
     out += '"';
     for (std::size_t i = 0; i < size;) {
         const unsigned char c = bytes[i];
-        const std::size_t sequence = c >= 0x80 ? Utf8Length(bytes + i, size - i) : 0;
+        const std::size_t sequence = c >= 0x80 ? meaning::Utf8Length(bytes + i, size - i) : 0;
         if (sequence != 0) {
             out.append(text + i, sequence);
             i += sequence;

@@ -35,18 +35,21 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
         const std::size_t size = ReadFileText(path).size();
         EXPECT_LE(size, 64u * 1024u) << path;
         total += size;
-        // Each segment read alone opens with the MAC and serial told before it began.
+        // Each segment read alone opens with the time anchor, MAC and serial told before it
+        // began, and is dated by its own anchor.
         std::string error;
         const std::vector<StoreRecord> records = ReadStoreRecords(path, dir.env.Root(), {}, &error);
         ASSERT_EQ("", error);
         ASSERT_FALSE(records.empty());
         EXPECT_EQ(0u, records[0].line.find(R"({"op":"WriteFullState",)")) << path;
         EXPECT_NE(std::string::npos,
-                  records[0].line.find(R"("cause":"segment","state":[{"op":"ReportMac",)"
+                  records[0].line.find(R"("reason":0},{"op":"ReportMac",)"
                                        R"("mac":[1,2,3,4,5,6],"flag":false},{"op":)"
                                        R"("ReportSystemSerialNum","serial":"SERIAL-1"},)"
                                        R"({"op":"ReportSpeed",)"))
             << records[0].line;
+        EXPECT_EQ("TimeAnchor", records.at(1).Op());
+        EXPECT_TRUE(records[1].Has("utc"));
     }
     EXPECT_LE(total, maxBytes);
     EXPECT_GT(total, maxBytes / 2);
