@@ -84,6 +84,17 @@ TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
     EXPECT_EQ(0, result.exitCode) << result.err;
     EXPECT_EQ(ReadFileText(copy), ReadFileText(viaTool));
     EXPECT_EQ(0, RunProgram({mdstore, "verify", viaTool}, {}, dir.env.Root()).exitCode);
+    // Only the bookmarks of the range, after the whole state.
+    const std::string marks = dir.env.Path("marks.mdj");
+    ASSERT_EQ(0, RunProgram({mdstore, "copy", "--kind=ReportBookmark", "--from=3000", "--to=3200",
+                             dir.base, marks},
+                            {}, dir.env.Root())
+                     .exitCode);
+    std::string ops;
+    for (const StoreRecord& record : ReadStoreRecords(marks, dir.env.Root())) {
+        ops += record.Op() + " ";
+    }
+    EXPECT_EQ("WriteFullState ReportBookmark ReportBookmark ReportBookmark ", ops);
 
     // An empty range still gives the state as of its start, and nothing else.
     const std::string empty = dir.env.Path("empty.mdj");
@@ -118,7 +129,11 @@ TEST(StoreCopy, RefusesExistingFilesLinksMissingDirectoriesReversedRangesAndEmpt
     const std::string mdstore = ProgramPath("mdstore");
     EXPECT_EQ(2, RunProgram({mdstore, "copy", dir.base, existing}, {}, dir.env.Root()).exitCode);
     EXPECT_EQ(1, RunProgram({mdstore, "copy", dir.base}, {}, dir.env.Root()).exitCode);
+    const ProgramResult usage =
+        RunProgram({mdstore, "copy", dir.base, fresh, "--from=x"}, {}, dir.env.Root());
+    EXPECT_EQ(1, usage.exitCode);
     EXPECT_EQ(
-        1,
-        RunProgram({mdstore, "copy", dir.base, fresh, "--from", "x"}, {}, dir.env.Root()).exitCode);
+        "mdstore: copy: --from=x needs a tick (0 to 4294967295) (mdstore copy --help for "
+        "usage)\n",
+        usage.err);
 }
