@@ -39,11 +39,16 @@ public:
 
     // Prints what -n held back; from here on every record is printed as it comes.
     void Release() {
-        for (const std::string& line : held_) {
-            std::fwrite(line.data(), 1, line.size(), stdout);
+        holding_ = false;
+        for (const Held& held : held_) {
+            mdj::RecordView record;
+            record.op = held.op;
+            record.stamp = held.stamp;
+            record.body = held.body.data();
+            record.size = static_cast<std::uint32_t>(held.body.size());
+            Take(record, held.dated ? &held.utcMs : nullptr);
         }
         held_.clear();
-        holding_ = false;
         std::fflush(stdout);
     }
 
@@ -87,6 +92,18 @@ public:
 
 protected:
     void Take(const mdj::RecordView& record, const long long* utcMs) override {
+        if (holding_ && options_.last >= 0) {
+            // Only the last N are printed: keep their bytes, format them at the end.
+            held_.push_back(Held{record.op,
+                                 record.stamp,
+                                 {record.body, record.body + record.size},
+                                 utcMs != nullptr,
+                                 utcMs != nullptr ? *utcMs : 0});
+            if (held_.size() > static_cast<std::size_t>(options_.last)) {
+                held_.pop_front();
+            }
+            return;
+        }
         std::string line;
         if (options_.json) {
             RecordJson(record, utcMs, line);
@@ -94,13 +111,6 @@ protected:
             RecordText(record, utcMs, line);
         }
         line += '\n';
-        if (holding_ && options_.last >= 0) {
-            held_.push_back(line);
-            if (held_.size() > static_cast<std::size_t>(options_.last)) {
-                held_.pop_front();
-            }
-            return;
-        }
         std::fwrite(line.data(), 1, line.size(), stdout);
         if (options_.follow) {
             std::fflush(stdout);
@@ -111,8 +121,15 @@ private:
     mdj::SegmentFile file_;
     std::size_t consumed_ = 0;  // end of the last record taken from file_
     std::size_t scanned_ = 0;   // bytes of file_ when it was last read
+    struct Held {
+        std::uint8_t op;
+        std::uint32_t stamp;
+        std::vector<unsigned char> body;
+        bool dated;
+        long long utcMs;
+    };
     bool holding_ = true;
-    std::deque<std::string> held_;
+    std::deque<Held> held_;
 };
 
 int Follow(CatSink& sink, const Options& options) {

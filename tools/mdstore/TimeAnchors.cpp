@@ -5,7 +5,6 @@
 #include <ctime>
 
 #include "BigEndian.h"
-#include "RecordFields.h"
 #include "RecordSchema.h"
 
 namespace timeanchor {
@@ -53,16 +52,20 @@ bool SnapshotAnchor(const unsigned char* body, std::size_t size, long long& utcM
     return false;
 }
 
-// A fix whose receiver gave a UTC time (whole seconds) is dated by the record's own tick.
+// A fix whose receiver gave a UTC time (whole seconds) is dated by the record's own tick. Read
+// in place, as every fix of a drive passes here: the item opens the body, fixStatus 36 and
+// utcTime 56 bytes into it (the order of the GPS item's fields in RecordSchema).
 bool GpsAnchor(const mdj::RecordView& record, long long& utcMs, std::uint32_t& tick) {
-    meaning::RecordFields fields;
-    const long long fix = fields.Read(record) ? fields.Number("item.fixStatus") : 0;
-    const long long seconds = fields.Number("item.utcTime");
-    if (fix == 0 || fix == 7 || !PlausibleUtcSeconds(seconds)) {
+    mdj::BodyReader in(record.body, record.size);
+    const unsigned char* skipped = nullptr;
+    std::uint32_t fix = 0;
+    std::uint32_t seconds = 0;
+    if (!in.Bytes(skipped, 36) || !in.U32(fix) || !in.Bytes(skipped, 16) || !in.U32(seconds) ||
+        fix == 0 || fix == 7 || !PlausibleUtcSeconds(seconds)) {
         return false;
     }
     tick = mdj::RecordTime(record.op, record.stamp, record.body, record.size);
-    utcMs = seconds * 1000;
+    utcMs = static_cast<long long>(seconds) * 1000;
     return tick != 0;
 }
 
