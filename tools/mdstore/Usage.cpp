@@ -97,8 +97,9 @@ const char* const kCopyUsage =
     "code serves the process's metadata-to-file request. --from defaults to 0, --to to\n"
     "4294967295; --since and --until (UTC times, see cat) copy from the first to the last\n"
     "record of SRC dated between them. --kind copies only the records of that operation\n"
-    "(repeatable); the opening snapshot still holds the whole state. Progress goes to\n"
-    "standard error while a long copy runs.\n"
+    "(repeatable) and the time anchors; the opening snapshot still holds the whole state.\n"
+    "DEST - writes the copy to standard output (and what copy says to standard error).\n"
+    "Progress goes to standard error while a long copy runs.\n"
     "Refused (exit status 2, nothing written) when DEST exists or is a symbolic link, its\n"
     "directory is missing, from > to, no record lies between --since and --until, or SRC\n"
     "cannot be read. Damage in SRC is skipped and reported.\n";

@@ -1,6 +1,7 @@
 #include "Verbs.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -14,6 +15,9 @@
 #include "RecordStream.h"
 #include "SegmentFiles.h"
 #include "Summary.h"
+
+// The copy itself, once DEST is a file name.
+int CopyVerbPaths(Options& options);
 
 namespace {
 
@@ -156,6 +160,36 @@ bool TicksOfTimes(Options& options) {
     return true;
 }
 
+// DEST "-": the copy goes through a private temporary file to standard output; what would be
+// said about it goes to standard error.
+int CopyToStdout(Options& options) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string dir =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mdstore.XXXXXX";
+    if (mkdtemp(&dir[0]) == nullptr) {
+        std::fprintf(stderr, "mdstore: cannot make a temporary directory for the copy\n");
+        return 2;
+    }
+    const std::string file = dir + "/copy.mdj";
+    options.paths[1] = file;
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    const int status = CopyVerbPaths(options);
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    std::vector<unsigned char> data;
+    const bool read = status == 0 && mdj::ReadWholeFile(file, data);
+    unlink(file.c_str());
+    rmdir(dir.c_str());
+    if (!read) {
+        return status == 0 ? 2 : status;
+    }
+    const bool written = std::fwrite(data.data(), 1, data.size(), stdout) == data.size();
+    return written && std::fflush(stdout) == 0 ? 0 : 2;
+}
+
 }  // namespace
 
 int InfoVerb(int argc, char** argv) {
@@ -223,6 +257,10 @@ int CopyVerb(int argc, char** argv) {
     if (early >= 0) {
         return early;
     }
+    return options.paths[1] == "-" ? CopyToStdout(options) : CopyVerbPaths(options);
+}
+
+int CopyVerbPaths(Options& options) {
     const std::string& source = options.paths[0];
     const std::string& destination = options.paths[1];
     struct stat info;

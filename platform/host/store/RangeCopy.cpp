@@ -54,7 +54,8 @@ public:
         // of the state it should open with.
         if (time < first_ && !openingWritten_) {
             state_->Apply(record.op, record.body, record.size);
-        } else if (time <= second_ && (kinds_ == nullptr || kinds_[record.op])) {
+        } else if (time <= second_ &&
+                   (kinds_ == nullptr || kinds_[record.op] || record.op == kOpTimeAnchor)) {
             if (!WriteOpening()) {
                 return false;
             }
