@@ -37,8 +37,9 @@ const char* const kUsage =
 const char* const kInfoUsage =
     "Usage: mdstore info PATH\n"
     "Prints the segments (number, bytes, records, tick range), the tick range of the whole\n"
-    "store, the number of records of each operation, the start-up records telling whether the\n"
-    "run before ended cleanly or not, the shutdown records, and every damaged or torn place.\n"
+    "store, its time range (UTC, from the dated records), the number of records of each\n"
+    "operation, the start-up records telling whether the run before ended cleanly or not,\n"
+    "the shutdown records, and every damaged or torn place.\n"
     "Exit status: 0 when the store was read (damage is listed, see verify), 2 when it cannot\n"
     "be read, 1 on usage errors.\n";
 

@@ -15,6 +15,7 @@
 #include "RecordStream.h"
 #include "SegmentFiles.h"
 #include "Summary.h"
+#include "TimeAnchors.h"
 
 // The copy itself, once DEST is a file name.
 int CopyVerbPaths(Options& options);
@@ -40,6 +41,13 @@ public:
         segments.push_back(info);
     }
     bool Record(const mdj::SegmentFile&, const mdj::RecordView& record) override {
+        anchors.Note(record);
+        long long utcMs = 0;
+        if (anchors.RecordUtc(record, utcMs)) {
+            firstUtc = anyUtc && firstUtc < utcMs ? firstUtc : utcMs;
+            lastUtc = anyUtc && lastUtc > utcMs ? lastUtc : utcMs;
+            anyUtc = true;
+        }
         SegmentInfo& segment = segments.back();
         ++segment.records;
         if (segment.records == 1) {
@@ -79,6 +87,10 @@ public:
     }
 
     std::vector<SegmentInfo> segments;
+    timeanchor::TimeAnchors anchors;
+    bool anyUtc = false;
+    long long firstUtc = 0;
+    long long lastUtc = 0;
     std::map<std::string, unsigned long long> perOp;
     unsigned long long records = 0;
     std::uint32_t minTick = 0xFFFFFFFFu;
@@ -216,6 +228,12 @@ int InfoVerb(int argc, char** argv) {
         std::printf("ticks: %u..%u\n", info.minTick, info.maxTick);
     } else {
         std::printf("ticks: none\n");
+    }
+    if (info.anyUtc) {
+        std::printf("time: %s..%s\n", timeanchor::FormatUtc(info.firstUtc).c_str(),
+                    timeanchor::FormatUtc(info.lastUtc).c_str());
+    } else {
+        std::printf("time: unknown (no time anchor)\n");
     }
     std::printf("records: %llu\n", info.records);
     for (const auto& entry : info.perOp) {
