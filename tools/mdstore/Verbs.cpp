@@ -18,7 +18,7 @@
 #include "TimeAnchors.h"
 
 // The copy itself, once DEST is a file name.
-int CopyVerbPaths(Options& options);
+int CopyVerbPaths(Options& options, const char* shownAs);
 
 namespace {
 
@@ -187,7 +187,7 @@ int CopyToStdout(Options& options) {
     std::fflush(stdout);
     const int saved = dup(STDOUT_FILENO);
     dup2(STDERR_FILENO, STDOUT_FILENO);
-    const int status = CopyVerbPaths(options);
+    const int status = CopyVerbPaths(options, "standard output");
     std::fflush(stdout);
     dup2(saved, STDOUT_FILENO);
     close(saved);
@@ -275,10 +275,10 @@ int CopyVerb(int argc, char** argv) {
     if (early >= 0) {
         return early;
     }
-    return options.paths[1] == "-" ? CopyToStdout(options) : CopyVerbPaths(options);
+    return options.paths[1] == "-" ? CopyToStdout(options) : CopyVerbPaths(options, nullptr);
 }
 
-int CopyVerbPaths(Options& options) {
+int CopyVerbPaths(Options& options, const char* shownAs) {
     const std::string& source = options.paths[0];
     const std::string& destination = options.paths[1];
     struct stat info;
@@ -314,7 +314,7 @@ int CopyVerbPaths(Options& options) {
                      source.c_str());
     }
     std::printf("copied %llu of %llu records into %s\n", result.recordsCopied, result.recordsRead,
-                destination.c_str());
+                shownAs != nullptr ? shownAs : destination.c_str());
     return 0;
 }
 
