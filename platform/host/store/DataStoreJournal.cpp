@@ -207,6 +207,8 @@ bool DataStoreJournal::AppendAnchor(const ClockReading& now, std::uint8_t reason
         return false;
     }
     state_->Apply(mdj::kOpTimeAnchor, buffer, body.Size());
+    // No report: a segment still keeps its snapshot and at least one report before it rolls.
+    --segmentRecords_;
     anchored_ = true;
     anchor_ = now;
     return true;
