@@ -22,6 +22,7 @@ const char kHead[] =
     "  -t, --timeout MS     how long expect, subscribers, watchdog and shm wait by default\n"
     "                       (5000)\n"
     "  -h, --help           this text\n"
+    "      --version        the project's version\n"
     "Without a scenario it serves until SIGINT or SIGTERM. Roles are polled in turn on one\n"
     "thread. Exit status: 0 all steps passed (or stopped by a signal without a scenario), 1 an\n"
     "expectation failed, 2 bad usage or a step that could not be carried out.\n"

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Peer.h"
+#include "ProjectVersion.h"
 #include "Scenario.h"
 #include "Usage.h"
 #include "Vehicle.h"
@@ -37,10 +38,13 @@ int BadUsage(const std::string& message) {
 int main(int argc, char** argv) {
     // Tests read the output while it runs.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    static const option kOptions[] = {
-        {"name", required_argument, nullptr, 'n'}, {"process", required_argument, nullptr, 'p'},
-        {"vehicle", no_argument, nullptr, 'v'},    {"timeout", required_argument, nullptr, 't'},
-        {"help", no_argument, nullptr, 'h'},       {nullptr, 0, nullptr, 0}};
+    static const option kOptions[] = {{"name", required_argument, nullptr, 'n'},
+                                      {"process", required_argument, nullptr, 'p'},
+                                      {"vehicle", no_argument, nullptr, 'v'},
+                                      {"timeout", required_argument, nullptr, 't'},
+                                      {"help", no_argument, nullptr, 'h'},
+                                      {"version", no_argument, nullptr, 'V'},
+                                      {nullptr, 0, nullptr, 0}};
     std::vector<std::string> roles;
     bool playVehicle = false;
     int timeoutMs = 5000;
@@ -61,6 +65,9 @@ int main(int argc, char** argv) {
                 break;
             case 'h':
                 std::fputs(UsageText().c_str(), stdout);
+                return 0;
+            case 'V':
+                std::printf("linxpeer %s\n", PROJECT_VERSION_TEXT);
                 return 0;
             default:
                 return BadUsage("unknown option");

@@ -3,12 +3,21 @@
 #include <cstdio>
 #include <vector>
 
+#include "RecordMeaning.h"
 #include "RecordSchema.h"
+#include "TimeAnchors.h"
 
 void AppendJsonString(std::string& out, const char* text, std::size_t size) {
+    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
     out += '"';
-    for (std::size_t i = 0; i < size; ++i) {
-        const unsigned char c = static_cast<unsigned char>(text[i]);
+    for (std::size_t i = 0; i < size;) {
+        const unsigned char c = bytes[i];
+        const std::size_t sequence = c >= 0x80 ? meaning::Utf8Length(bytes + i, size - i) : 0;
+        if (sequence != 0) {
+            out.append(text + i, sequence);
+            i += sequence;
+            continue;
+        }
         if (c == '"' || c == '\\') {
             out += '\\';
             out += static_cast<char>(c);
@@ -18,15 +27,16 @@ void AppendJsonString(std::string& out, const char* text, std::size_t size) {
             out += "\\t";
         } else if (c == '\r') {
             out += "\\r";
-        } else if (c < 0x20 || c >= 0x7F) {
-            // Bytes outside printable ASCII as their Latin-1 code point, so the line stays
-            // valid JSON whatever the text held.
+        } else if (c < 0x20 || c >= 0x80) {
+            // Control characters as JSON requires; a byte that is no UTF-8 as its Latin-1
+            // character, so the line stays valid whatever the text held.
             char escaped[8];
             std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
             out += escaped;
         } else {
             out += static_cast<char>(c);
         }
+        ++i;
     }
     out += '"';
 }
@@ -161,20 +171,51 @@ private:
 
 }  // namespace
 
-bool RecordJson(const mdj::RecordView& record, std::string& out) {
+bool RecordJson(const mdj::RecordView& record, const long long* utcMs, std::string& out) {
     JsonPrinter printer(out);
     out += '{';
     printer.Text("op", mdj::OpName(record.op), std::string(mdj::OpName(record.op)).size());
     printer.Unsigned("at", record.stamp);
-    const bool ok = mdj::WalkRecord(record.op, record.body, record.size, &printer);
+    if (utcMs != nullptr) {
+        const std::string utc = timeanchor::FormatUtc(*utcMs);
+        printer.Text("utc", utc.data(), utc.size());
+    }
+    bool ok = mdj::WalkRecord(record.op, record.body, record.size, &printer);
+    std::vector<meaning::DecodedField> decoded;
+    ok = ok && meaning::Decode(record, decoded);
+    for (const meaning::DecodedField& field : decoded) {
+        if (field.number) {
+            printer.Key(field.key.c_str());
+            out += field.text;
+        } else {
+            printer.Text(field.key.c_str(), field.text.data(), field.text.size());
+        }
+    }
     out += '}';
     return ok;
 }
 
-bool RecordText(const mdj::RecordView& record, std::string& out) {
+bool RecordText(const mdj::RecordView& record, const long long* utcMs, std::string& out) {
     out += std::to_string(record.stamp);
     out += ' ';
+    if (utcMs != nullptr) {
+        out += timeanchor::FormatUtc(*utcMs);
+        out += ' ';
+    }
     out += mdj::OpName(record.op);
     TextPrinter printer(out);
-    return mdj::WalkRecord(record.op, record.body, record.size, &printer);
+    std::vector<meaning::DecodedField> decoded;
+    if (!mdj::WalkRecord(record.op, record.body, record.size, &printer) ||
+        !meaning::Decode(record, decoded)) {
+        return false;
+    }
+    for (const meaning::DecodedField& field : decoded) {
+        out += ' ' + field.key + '=';
+        if (field.number) {
+            out += field.text;
+        } else {
+            AppendJsonString(out, field.text.data(), field.text.size());
+        }
+    }
+    return true;
 }

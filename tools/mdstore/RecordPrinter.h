@@ -1,5 +1,5 @@
-// One line per record: JSON ("op" first, then "at", then the arguments in call order) or a
-// readable "key=value" form.
+// One line per record: JSON ("op" first, then "at", "utc" when known, the arguments in call
+// order, then what they mean) or a readable "key=value" form.
 #pragma once
 
 #include <cstdint>
@@ -7,10 +7,12 @@
 
 #include "JournalFormat.h"
 
-// Appends the record's line (without a newline) to `out`; false when the body does not decode.
-bool RecordJson(const mdj::RecordView& record, std::string& out);
-bool RecordText(const mdj::RecordView& record, std::string& out);
+// Appends the record's line (without a newline) to `out`; `utcMs` is the record's time when
+// known (else null). False when the body does not decode.
+bool RecordJson(const mdj::RecordView& record, const long long* utcMs, std::string& out);
+bool RecordText(const mdj::RecordView& record, const long long* utcMs, std::string& out);
 
-// Appends `size` bytes of `text` as a JSON string: quoted, with bytes outside printable ASCII
-// escaped, so the line stays valid JSON whatever the text held.
+// Appends `size` bytes of `text` as a JSON string: quoted, UTF-8 kept as it is, escaped only
+// what JSON requires (and bytes that are no UTF-8), so the line is valid JSON whatever the
+// text held.
 void AppendJsonString(std::string& out, const char* text, std::size_t size);

@@ -1,6 +1,7 @@
 #include "Verbs.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -10,119 +11,16 @@
 
 #include "JournalReader.h"
 #include "RangeCopy.h"
-#include "RecordPrinter.h"
 #include "RecordSchema.h"
+#include "RecordStream.h"
 #include "SegmentFiles.h"
 #include "Summary.h"
+#include "TimeAnchors.h"
+
+// The copy itself, once DEST is a file name.
+int CopyVerbPaths(Options& options, const char* shownAs);
 
 namespace {
-
-struct Options {
-    bool help = false;
-    bool json = false;
-    std::uint32_t from = 0;
-    std::uint32_t to = 0xFFFFFFFFu;
-    std::vector<std::string> paths;
-};
-
-bool ParseTick(const std::string& text, std::uint32_t& value) {
-    if (text.empty() || text[0] == '-' || text[0] == '+') {
-        return false;
-    }
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long parsed = std::strtoull(text.c_str(), &end, 0);
-    if (errno != 0 || *end != '\0' || parsed > 0xFFFFFFFFull) {
-        return false;
-    }
-    value = static_cast<std::uint32_t>(parsed);
-    return true;
-}
-
-// False (after a message) on a usage error.
-bool Parse(const std::vector<std::string>& args, bool allowJson, bool allowRange,
-           Options& options) {
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (arg == "--help" || arg == "-h") {
-            options.help = true;
-        } else if (allowJson && arg == "--json") {
-            options.json = true;
-        } else if (allowRange && (arg == "--from" || arg == "--to")) {
-            std::uint32_t& target = arg == "--from" ? options.from : options.to;
-            if (i + 1 >= args.size() || !ParseTick(args[i + 1], target)) {
-                std::fprintf(stderr, "mdstore: %s needs a tick (0 to 4294967295)\n", arg.c_str());
-                return false;
-            }
-            ++i;
-        } else if (arg.size() > 1 && arg[0] == '-') {
-            std::fprintf(stderr, "mdstore: unknown option %s\n", arg.c_str());
-            return false;
-        } else {
-            options.paths.push_back(arg);
-        }
-    }
-    return true;
-}
-
-// Parses and handles --help and the number of paths; -1 means go on.
-int Prepare(const std::vector<std::string>& args, bool allowJson, bool allowRange,
-            std::size_t pathCount, const char* usage, Options& options) {
-    if (!Parse(args, allowJson, allowRange, options)) {
-        std::fputs(usage, stderr);
-        return 1;
-    }
-    if (options.help) {
-        std::fputs(usage, stdout);
-        return 0;
-    }
-    if (options.paths.size() != pathCount) {
-        std::fputs(usage, stderr);
-        return 1;
-    }
-    return -1;
-}
-
-void ReportTrouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
-                   std::size_t length) {
-    std::fprintf(stderr, "mdstore: %s: %s at offset %zu (%zu bytes)\n", file.path.c_str(),
-                 mdj::ProblemName(problem), offset, length);
-}
-
-int Unreadable(const std::string& path) {
-    std::fprintf(stderr, "mdstore: no metadata files at %s\n", path.c_str());
-    return 2;
-}
-
-class CatSink : public mdj::JournalSink {
-public:
-    explicit CatSink(const Options& options) : options_(options) { line_.reserve(4096); }
-    bool Record(const mdj::SegmentFile&, const mdj::RecordView& record) override {
-        const std::uint32_t time =
-            mdj::RecordTime(record.op, record.stamp, record.body, record.size);
-        if (time < options_.from || time > options_.to) {
-            return true;
-        }
-        line_.clear();
-        if (options_.json) {
-            RecordJson(record, line_);
-        } else {
-            RecordText(record, line_);
-        }
-        line_ += '\n';
-        std::fwrite(line_.data(), 1, line_.size(), stdout);
-        return true;
-    }
-    void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
-                 std::size_t length) override {
-        std::fflush(stdout);
-        ReportTrouble(file, problem, offset, length);
-    }
-
-private:
-    const Options& options_;
-    std::string line_;
-};
 
 struct SegmentInfo {
     std::string path;
@@ -143,6 +41,13 @@ public:
         segments.push_back(info);
     }
     bool Record(const mdj::SegmentFile&, const mdj::RecordView& record) override {
+        anchors.Note(record);
+        long long utcMs = 0;
+        if (anchors.RecordUtc(record, utcMs)) {
+            firstUtc = anyUtc && firstUtc < utcMs ? firstUtc : utcMs;
+            lastUtc = anyUtc && lastUtc > utcMs ? lastUtc : utcMs;
+            anyUtc = true;
+        }
         SegmentInfo& segment = segments.back();
         ++segment.records;
         if (segment.records == 1) {
@@ -185,6 +90,10 @@ public:
     }
 
     std::vector<SegmentInfo> segments;
+    timeanchor::TimeAnchors anchors;
+    bool anyUtc = false;
+    long long firstUtc = 0;
+    long long lastUtc = 0;
     std::map<std::string, unsigned long long> perOp;
     unsigned long long records = 0;
     std::uint32_t minTick = 0xFFFFFFFFu;
@@ -241,24 +150,71 @@ private:
     std::time_t last_;
 };
 
-}  // namespace
+// The ticks of the first and last records whose times lie in [--since, --until]: a copy
+// takes ticks.
+class TickRange : public DatedSink {
+public:
+    explicit TickRange(const Options& options) : DatedSink(options) {}
+    bool any = false;
+    std::uint32_t first = 0xFFFFFFFFu;
+    std::uint32_t last = 0;
 
-int CatVerb(const std::vector<std::string>& args) {
-    Options options;
-    const int early = Prepare(args, true, true, 1, kCatUsage, options);
-    if (early >= 0) {
-        return early;
+protected:
+    void Take(const mdj::RecordView& record, const long long*) override {
+        const std::uint32_t time =
+            mdj::RecordTime(record.op, record.stamp, record.body, record.size);
+        first = time < first ? time : first;
+        last = time > last ? time : last;
+        any = true;
     }
-    CatSink sink(options);
-    if (!mdj::ReadJournal(options.paths[0], sink)) {
-        return Unreadable(options.paths[0]);
+    void Trouble(const mdj::SegmentFile&, mdj::Problem, std::size_t, std::size_t) override {}
+};
+
+bool TicksOfTimes(Options& options) {
+    TickRange range(options);
+    if (!mdj::ReadJournal(options.paths[0], range) || !range.any) {
+        return false;
     }
-    return std::fflush(stdout) == 0 ? 0 : 2;
+    options.from = range.first;
+    options.to = range.last;
+    return true;
 }
 
-int InfoVerb(const std::vector<std::string>& args) {
+// DEST "-": the copy goes through a private temporary file to standard output; what would be
+// said about it goes to standard error.
+int CopyToStdout(Options& options) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string dir =
+        std::string(tmp != nullptr && *tmp != '\0' ? tmp : "/tmp") + "/mdstore.XXXXXX";
+    if (mkdtemp(&dir[0]) == nullptr) {
+        std::fprintf(stderr, "mdstore: cannot make a temporary directory for the copy\n");
+        return 2;
+    }
+    const std::string file = dir + "/copy.mdj";
+    options.paths[1] = file;
+    std::fflush(stdout);
+    const int saved = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    const int status = CopyVerbPaths(options, "standard output");
+    std::fflush(stdout);
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    std::vector<unsigned char> data;
+    const bool read = status == 0 && mdj::ReadWholeFile(file, data);
+    unlink(file.c_str());
+    rmdir(dir.c_str());
+    if (!read) {
+        return status == 0 ? 2 : status;
+    }
+    const bool written = std::fwrite(data.data(), 1, data.size(), stdout) == data.size();
+    return written && std::fflush(stdout) == 0 ? 0 : 2;
+}
+
+}  // namespace
+
+int InfoVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, false, 1, kInfoUsage, options);
+    const int early = ParseOptions(argc, argv, 0, 1, kInfoUsage, options);
     if (early >= 0) {
         return early;
     }
@@ -281,6 +237,12 @@ int InfoVerb(const std::vector<std::string>& args) {
     } else {
         std::printf("ticks: none\n");
     }
+    if (info.anyUtc) {
+        std::printf("time: %s..%s\n", timeanchor::FormatUtc(info.firstUtc).c_str(),
+                    timeanchor::FormatUtc(info.lastUtc).c_str());
+    } else {
+        std::printf("time: unknown (no time anchor)\n");
+    }
     std::printf("records: %llu\n", info.records);
     for (const auto& entry : info.perOp) {
         std::printf("  %s: %llu\n", entry.first.c_str(), entry.second);
@@ -300,9 +262,9 @@ int InfoVerb(const std::vector<std::string>& args) {
     return 0;
 }
 
-int VerifyVerb(const std::vector<std::string>& args) {
+int VerifyVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, false, 1, kVerifyUsage, options);
+    const int early = ParseOptions(argc, argv, 0, 1, kVerifyUsage, options);
     if (early >= 0) {
         return early;
     }
@@ -320,12 +282,16 @@ int VerifyVerb(const std::vector<std::string>& args) {
     return 0;
 }
 
-int CopyVerb(const std::vector<std::string>& args) {
+int CopyVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, false, true, 2, kCopyUsage, options);
+    const int early = ParseOptions(argc, argv, kOptRange | kOptKind, 2, kCopyUsage, options);
     if (early >= 0) {
         return early;
     }
+    return options.paths[1] == "-" ? CopyToStdout(options) : CopyVerbPaths(options, nullptr);
+}
+
+int CopyVerbPaths(Options& options, const char* shownAs) {
     const std::string& source = options.paths[0];
     const std::string& destination = options.paths[1];
     struct stat info;
@@ -343,9 +309,15 @@ int CopyVerb(const std::vector<std::string>& args) {
         std::fprintf(stderr, "mdstore: --from %u is after --to %u\n", options.from, options.to);
         return 2;
     }
+    if ((options.haveSince || options.haveUntil) && !TicksOfTimes(options)) {
+        std::fprintf(stderr, "mdstore: no dated records of %s lie between --since and --until\n",
+                     source.c_str());
+        return 2;
+    }
     StderrProgress progress;
     mdj::CopyResult result;
-    if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result)) {
+    if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result,
+                        options.anyKind ? options.kinds : nullptr)) {
         std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", source.c_str(),
                      destination.c_str());
         return 2;
@@ -355,13 +327,13 @@ int CopyVerb(const std::vector<std::string>& args) {
                      source.c_str());
     }
     std::printf("copied %llu of %llu records into %s\n", result.recordsCopied, result.recordsRead,
-                destination.c_str());
+                shownAs != nullptr ? shownAs : destination.c_str());
     return 0;
 }
 
-int SummaryVerb(const std::vector<std::string>& args) {
+int SummaryVerb(int argc, char** argv) {
     Options options;
-    const int early = Prepare(args, true, false, 1, kSummaryUsage, options);
+    const int early = ParseOptions(argc, argv, kOptJson, 1, kSummaryUsage, options);
     if (early >= 0) {
         return early;
     }

@@ -1,14 +1,13 @@
-// The verbs of mdstore; each returns the exit status (0 done, 1 usage, 2 damage or failure).
+// The verbs of mdstore; each takes its own argv (argv[0] the verb's name) and returns the exit
+// status (0 done, 1 usage, 2 damage or failure).
 #pragma once
 
-#include <string>
-#include <vector>
-
-int InfoVerb(const std::vector<std::string>& args);
-int CatVerb(const std::vector<std::string>& args);
-int CopyVerb(const std::vector<std::string>& args);
-int VerifyVerb(const std::vector<std::string>& args);
-int SummaryVerb(const std::vector<std::string>& args);
+int InfoVerb(int argc, char** argv);
+int CatVerb(int argc, char** argv);
+int CopyVerb(int argc, char** argv);
+int VerifyVerb(int argc, char** argv);
+int SummaryVerb(int argc, char** argv);
+int ExportVerb(int argc, char** argv);
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
@@ -16,3 +15,4 @@ extern const char* const kCatUsage;
 extern const char* const kCopyUsage;
 extern const char* const kVerifyUsage;
 extern const char* const kSummaryUsage;
+extern const char* const kExportUsage;

@@ -1,38 +1,45 @@
-// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary).
+// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary, export).
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <vector>
 
+#include "ProjectVersion.h"
 #include "Verbs.h"
+
+namespace {
+
+struct Verb {
+    const char* name;
+    int (*run)(int argc, char** argv);
+};
+
+// A new verb is one line here, its function and its usage text.
+const Verb kVerbs[] = {
+    {"info", InfoVerb},     {"cat", CatVerb},         {"copy", CopyVerb},
+    {"verify", VerifyVerb}, {"summary", SummaryVerb}, {"export", ExportVerb},
+};
+
+}  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::fputs(kUsage, stderr);
+        std::fputs("mdstore: needs a verb (mdstore --help for usage)\n", stderr);
         return 1;
     }
-    const std::string verb = argv[1];
-    const std::vector<std::string> args(argv + 2, argv + argc);
-    if (verb == "--help" || verb == "-h" || verb == "help") {
+    const char* verb = argv[1];
+    if (std::strcmp(verb, "--help") == 0 || std::strcmp(verb, "-h") == 0 ||
+        std::strcmp(verb, "help") == 0) {
         std::fputs(kUsage, stdout);
         return 0;
     }
-    if (verb == "info") {
-        return InfoVerb(args);
+    if (std::strcmp(verb, "--version") == 0) {
+        std::printf("mdstore %s\n", PROJECT_VERSION_TEXT);
+        return 0;
     }
-    if (verb == "cat") {
-        return CatVerb(args);
+    for (const Verb& entry : kVerbs) {
+        if (std::strcmp(verb, entry.name) == 0) {
+            return entry.run(argc - 1, argv + 1);
+        }
     }
-    if (verb == "copy") {
-        return CopyVerb(args);
-    }
-    if (verb == "verify") {
-        return VerifyVerb(args);
-    }
-    if (verb == "summary") {
-        return SummaryVerb(args);
-    }
-    std::fprintf(stderr, "mdstore: unknown verb %s\n", verb.c_str());
-    std::fputs(kUsage, stderr);
+    std::fprintf(stderr, "mdstore: unknown verb %s (mdstore --help for usage)\n", verb);
     return 1;
 }

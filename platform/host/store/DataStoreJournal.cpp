@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "BigEndian.h"
 #include "HostDomain.h"
@@ -28,6 +29,13 @@ const std::size_t kPendingCapacity =
     kWriteThreshold + mdj::kFrameHeaderSize + mdj::StoreState::kMaxSnapshotBody + 4096;
 const std::size_t kMinMaxBytes = 2 * DataStoreJournal::kMinSegmentBytes;
 const unsigned kCreateAttempts = 16;
+// A new anchor at least this often, so a drifting tick source never leads readers far astray.
+const std::uint32_t kAnchorEveryTicks = 10u * 60u * Systick::kTicksPerSecond;
+// Between two loop passes the clock and the tick may disagree by this much before the clock
+// counts as stepped (a pass lasts about a second; a stalled tick source is not a step).
+const long long kClockStepMs = 2000;
+// A real-time clock before this (2020-01-01) was never set: no anchor is better than a wrong one.
+const long long kEarliestClockMs = 1577836800000LL;
 
 std::size_t MaxBytesFromEnvironment() {
     const char* text = std::getenv("METADATA_STORE_MAX_BYTES");
@@ -126,7 +134,9 @@ bool DataStoreJournal::ExaminePrevious() {
         bool anyRecord = false;
         for (mdj::SegmentScanner::Event event = scanner.Next();
              event.kind != mdj::SegmentScanner::kEnd; event = scanner.Next()) {
-            if (event.kind == mdj::SegmentScanner::kRecord) {
+            // Anchors are the store's own bookkeeping, not how the run ended.
+            if (event.kind == mdj::SegmentScanner::kRecord &&
+                event.record.op != mdj::kOpTimeAnchor) {
                 anyRecord = true;
                 lastOp = event.record.op;
                 previousLastTick_ = event.record.stamp;
@@ -196,7 +206,64 @@ bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
     segmentBytes_ = sizeof header;
     totalBytes_ += sizeof header;
     segmentRecords_ = 0;
-    return AppendSnapshot(false, cause);
+    anchored_ = false;
+    if (!AppendSnapshot(false, cause)) {
+        return false;
+    }
+    ClockReading now;
+    if (ReadClocks(now)) {
+        AppendAnchor(now, mdj::kAnchorSegment);
+    }
+    return true;
+}
+
+bool DataStoreJournal::ReadClocks(ClockReading& now) {
+    struct timespec real;
+    if (clock_gettime(CLOCK_REALTIME, &real) != 0) {
+        return false;
+    }
+    now.utcMs = static_cast<long long>(real.tv_sec) * 1000 + real.tv_nsec / 1000000;
+    now.tick = Systick().SystemTick();
+    return now.tick != Systick::kUnavailable && now.utcMs >= kEarliestClockMs;
+}
+
+// Straight into the frame buffer and the state: it may be written while a report's body waits
+// in the scratch buffer (a roll), and it never rolls a segment itself.
+bool DataStoreJournal::AppendAnchor(const ClockReading& now, std::uint8_t reason) {
+    unsigned char buffer[16];
+    mdj::BodyWriter body(buffer, sizeof buffer);
+    body.U32(static_cast<std::uint32_t>(now.utcMs / 1000));
+    body.U16(static_cast<std::uint16_t>(now.utcMs % 1000));
+    body.U32(now.tick);
+    body.U8(reason);
+    if (!body.Ok() || !AppendFrame(mdj::kOpTimeAnchor, buffer, body.Size())) {
+        return false;
+    }
+    state_->Apply(mdj::kOpTimeAnchor, buffer, body.Size());
+    // No report: a segment still keeps its snapshot and at least one report before it rolls.
+    --segmentRecords_;
+    anchored_ = true;
+    anchor_ = now;
+    return true;
+}
+
+void DataStoreJournal::KeepAnchored() {
+    ClockReading now;
+    if (!ReadClocks(now)) {
+        havePass_ = false;
+        return;
+    }
+    const long long drift =
+        (now.utcMs - lastPass_.utcMs) - static_cast<std::int32_t>(now.tick - lastPass_.tick);
+    if (!anchored_) {
+        AppendAnchor(now, mdj::kAnchorSegment);
+    } else if (havePass_ && (drift > kClockStepMs || drift < -kClockStepMs)) {
+        AppendAnchor(now, mdj::kAnchorClockStep);
+    } else if (now.tick - anchor_.tick >= kAnchorEveryTicks) {
+        AppendAnchor(now, mdj::kAnchorPeriodic);
+    }
+    havePass_ = true;
+    lastPass_ = now;
 }
 
 bool DataStoreJournal::Roll() {
@@ -226,6 +293,7 @@ void DataStoreJournal::TimerTick(std::uint32_t tick) {
     if (!IsOpen()) {
         return;
     }
+    KeepAnchored();
     // The sync to flash waits for a second to pass; the write of a batch only for
     // kWriteDelayMs (or for the endpoint to go idle, or for the batch to fill).
     bool sync = false;

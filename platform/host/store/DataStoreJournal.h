@@ -60,6 +60,14 @@ private:
     // The PendingWrites hook: the process is about to wait for input, or to read the files.
     static void WriteNow(void* journal);
     void Flush(bool sync);
+    // Time anchors: the real-time clock beside the system tick (see TimeAnchor).
+    struct ClockReading {
+        long long utcMs;
+        std::uint32_t tick;
+    };
+    static bool ReadClocks(ClockReading& now);
+    bool AppendAnchor(const ClockReading& now, std::uint8_t reason);
+    void KeepAnchored();
 
     std::string basePath_;
     std::size_t maxBytes_;
@@ -85,6 +93,11 @@ private:
 
     mdj::IndexWriter index_;
     std::size_t blockLimit_ = mdj::kBlockBytes;
+
+    bool anchored_ = false;  // the current segment holds an anchor
+    ClockReading anchor_ = {0, 0};
+    bool havePass_ = false;
+    ClockReading lastPass_ = {0, 0};
 
     std::unique_ptr<unsigned char[]> pending_;
     std::size_t pendingSize_ = 0;

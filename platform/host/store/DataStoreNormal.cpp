@@ -1,6 +1,8 @@
 // Every report becomes one record: its arguments in call order (see RecordSchema.cpp).
 #include "DataStore.h"
 
+#include <cstring>
+
 #include "BigEndian.h"
 #include "DataStoreJournal.h"
 #include "ItemCodec.h"
@@ -223,7 +225,11 @@ bool DataStoreNormal::ReportLvsState(e_VideoStream stream, unsigned char camera,
         b.U8(camera);
         b.Bool(highQuality);
         b.Bool(enabled);
-        b.U32(address);
+        // inet_addr's value is the address in network order in memory, whatever the
+        // processor: stored as those bytes, it reads as the same address on any machine.
+        unsigned char network[4];
+        std::memcpy(network, &address, sizeof network);
+        b.Bytes(network, sizeof network);
         b.U16(port);
         b.Bool(report);
         b.U32(tick);

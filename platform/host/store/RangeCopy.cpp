@@ -30,8 +30,9 @@ long long NowMs() {
 class CopySink : public JournalSink {
 public:
     CopySink(int fd, std::uint32_t first, std::uint32_t second, CopyProgress* progress,
-             CopyResult& result)
+             CopyResult& result, const bool* kinds)
         : fd_(fd),
+          kinds_(kinds),
           first_(first),
           second_(second),
           progress_(progress),
@@ -59,7 +60,8 @@ public:
         // its time: reading may start at any snapshot and give the same copy.
         if (!openingWritten_ && (time < first_ || record.op == kOpWriteFullState)) {
             state_->Apply(record.op, record.body, record.size);
-        } else if (time <= second_) {
+        } else if (time <= second_ &&
+                   (kinds_ == nullptr || kinds_[record.op] || record.op == kOpTimeAnchor)) {
             if (!WriteOpening()) {
                 return false;
             }
@@ -83,6 +85,8 @@ public:
     void BeginSegment(const SegmentFile&, std::size_t) override { Progress(true); }
 
     bool Opened() const { return openingWritten_; }
+    // Whether records are chosen by kind (so none may be copied without decoding it).
+    bool Filtering() const { return kinds_ != nullptr; }
     // A record known to lie in the range once the opening is written: copied as it is.
     bool CopyFrame(const RecordView& record) {
         ++result_.recordsRead;
@@ -142,6 +146,7 @@ private:
     }
 
     int fd_;
+    const bool* kinds_;
     std::uint32_t first_;
     std::uint32_t second_;
     CopyProgress* progress_;
@@ -239,8 +244,8 @@ bool CopySegment(const SegmentFile& file, bool store, bool lastSegment, std::uin
     for (std::size_t i = 0; goOn && i < blocks.size(); ++i) {
         if (NeedsBlock(blocks[i], i < indexed, lastSegment && i + 1 == blocks.size(), sink.Opened(),
                        first, second)) {
-            const bool whole = i < indexed && sink.Opened() && blocks[i].minTime >= first &&
-                               blocks[i].maxTime <= second;
+            const bool whole = i < indexed && sink.Opened() && !sink.Filtering() &&
+                               blocks[i].minTime >= first && blocks[i].maxTime <= second;
             goOn = ReadBlock(fd, file, blocks[i], whole, data, sink);
         }
     }
@@ -267,7 +272,7 @@ bool ReadForCopy(const std::string& source, std::uint32_t first, std::uint32_t s
 }  // namespace
 
 bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::uint32_t second,
-                   CopyProgress* progress, CopyResult* result) {
+                   CopyProgress* progress, CopyResult* result, const bool* kinds) {
     CopyResult local;
     CopyResult& counts = result != nullptr ? *result : local;
     counts = CopyResult();
@@ -276,7 +281,7 @@ bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::
     }
     bool ok = false;
     {
-        CopySink sink(fd, first, second, progress, counts);
+        CopySink sink(fd, first, second, progress, counts, kinds);
         ok = ReadForCopy(source, first, second, sink) && sink.Finish();
         sink.Progress(true);
     }
@@ -284,7 +289,8 @@ bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::
 }
 
 bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
-               std::uint32_t second, CopyProgress* progress, CopyResult* result) {
+               std::uint32_t second, CopyProgress* progress, CopyResult* result,
+               const bool* kinds) {
     struct stat info;
     if (first > second || destination.empty() || lstat(destination.c_str(), &info) == 0 ||
         !IsDirectory(DirectoryOf(destination))) {
@@ -298,7 +304,7 @@ bool CopyRange(const std::string& source, const std::string& destination, std::u
     if (fd < 0) {
         return false;
     }
-    bool ok = CopyRangeInto(source, fd, first, second, progress, result);
+    bool ok = CopyRangeInto(source, fd, first, second, progress, result, kinds);
     if (close(fd) != 0) {
         ok = false;
     }

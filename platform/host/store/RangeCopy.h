@@ -24,11 +24,15 @@ struct CopyResult {
 // False, and no file left behind, when `destination` exists (a symbolic link too, even a
 // dangling one), its directory is missing, first > second, the source has nothing to read, or
 // writing fails.
+// `kinds`, when given, holds kOpCount flags: only records of the types set are copied (and the
+// time anchors, which date them; the opening snapshot still holds the whole state).
 bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,
-               std::uint32_t second, CopyProgress* progress, CopyResult* result = nullptr);
+               std::uint32_t second, CopyProgress* progress, CopyResult* result = nullptr,
+               const bool* kinds = nullptr);
 
 // The same into `fd`, an empty file the caller made and closes (and removes on failure).
 bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::uint32_t second,
-                   CopyProgress* progress, CopyResult* result = nullptr);
+                   CopyProgress* progress, CopyResult* result = nullptr,
+                   const bool* kinds = nullptr);
 
 }  // namespace mdj

@@ -98,6 +98,10 @@ const Field kSystem[] = {ObjectField("item", kSystemItem), F("flag", T::Bool)};
 const Field kDepartment[] = {ObjectField("item", kDepartmentItem), F("flag", T::Bool)};
 const Field kOfficer[] = {ObjectField("item", kOfficerItem), F("flag", T::Bool)};
 const Field kRecording[] = {ObjectField("item", kRecordingItem), F("flag", T::Bool)};
+// Seconds since 1970-01-01 UTC, the milliseconds within that second, the system tick at that
+// instant, and an AnchorReason.
+const Field kTimeAnchor[] = {F("utcSeconds", T::U32), F("utcMilliseconds", T::U16),
+                             F("tick", T::U32), F("reason", T::U8)};
 
 template <unsigned N>
 constexpr OpLayout Layout(const char* name, const Field (&fields)[N], int keyField) {
@@ -136,6 +140,8 @@ const OpLayout kOps[kOpCount] = {
     Layout("ReportDepartmentInfo", kDepartment, kOneSlot),
     Layout("ReportOfficerInfo", kOfficer, kOneSlot),
     Layout("ReportVideoRecordingSettings", kRecording, kOneSlot),
+    // One slot: every snapshot, and so every copy, carries the anchor in force.
+    Layout("TimeAnchor", kTimeAnchor, kOneSlot),
 };
 
 const char* const kCauseNames[] = {"call", "segment", "open", "copy", "index"};

@@ -38,7 +38,10 @@ enum Op : std::uint8_t {
     kOpReportDepartmentInfo = 26,
     kOpReportOfficerInfo = 27,
     kOpReportVideoRecordingSettings = 28,
-    kOpCount = 29  // one past the last
+    // Written by the store itself, not a DataStore operation: the real-time clock (UTC) and
+    // the system tick at one moment, so readers can put a date on every tick.
+    kOpTimeAnchor = 29,
+    kOpCount = 30  // one past the last
 };
 
 enum class FieldType : std::uint8_t {
@@ -71,6 +74,13 @@ enum SnapshotCause : std::uint8_t {
     kCauseIndex = 4,    // a block of the segment's index begins (see SegmentIndex.h)
 };
 const char* SnapshotCauseName(std::uint8_t cause);
+
+// Why a time anchor was written (field "reason" of TimeAnchor).
+enum AnchorReason : std::uint8_t {
+    kAnchorSegment = 0,    // a new segment begins
+    kAnchorPeriodic = 1,   // the last one is old enough
+    kAnchorClockStep = 2,  // the clock or the tick jumped against the other
+};
 
 struct OpLayout {
     const char* name;  // the DataStore operation's name

@@ -111,6 +111,17 @@ TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
     EXPECT_EQ(ReadFileText(copy).substr(mdj::kSegmentHeaderSize),
               ReadFileText(viaTool).substr(mdj::kSegmentHeaderSize));
     EXPECT_EQ(0, RunProgram({mdstore, "verify", viaTool}, {}, dir.env.Root()).exitCode);
+    // Only the bookmarks of the range, after the whole state.
+    const std::string marks = dir.env.Path("marks.mdj");
+    ASSERT_EQ(0, RunProgram({mdstore, "copy", "--kind=ReportBookmark", "--from=3000", "--to=3200",
+                             dir.base, marks},
+                            {}, dir.env.Root())
+                     .exitCode);
+    std::string ops;
+    for (const StoreRecord& record : ReadStoreRecords(marks, dir.env.Root())) {
+        ops += record.Op() + " ";
+    }
+    EXPECT_EQ("WriteFullState ReportBookmark ReportBookmark ReportBookmark ", ops);
 
     // An empty range still gives the state as of its start, and nothing else.
     ASSERT_TRUE(reader.ReadToNewFile(dir.base, "empty.mdj", 20000, 30000, nullptr));
@@ -192,4 +203,14 @@ TEST(StoreCopy, CopiesAreMadeOnlyAsNewFilesInsideTheExportDirectory) {
     EXPECT_FALSE(reader.ReadToNewFile(dir.base, "fresh.mdj", 5000, 4000, nullptr));
     EXPECT_FALSE(reader.ReadToNewFile(dir.env.Path("absent/metadata"), "fresh.mdj", 0, 1, nullptr));
     EXPECT_NE(0, ::access((exportDir + "/fresh.mdj").c_str(), F_OK));
+    const std::string mdstore = ProgramPath("mdstore");
+    EXPECT_EQ(2, RunProgram({mdstore, "copy", dir.base, existing}, {}, dir.env.Root()).exitCode);
+    EXPECT_EQ(1, RunProgram({mdstore, "copy", dir.base}, {}, dir.env.Root()).exitCode);
+    const ProgramResult usage = RunProgram(
+        {mdstore, "copy", dir.base, dir.env.Path("fresh.mdj"), "--from=x"}, {}, dir.env.Root());
+    EXPECT_EQ(1, usage.exitCode);
+    EXPECT_EQ(
+        "mdstore: copy: --from=x needs a tick (0 to 4294967295) (mdstore copy --help for "
+        "usage)\n",
+        usage.err);
 }

@@ -22,6 +22,8 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     StoreDir dir;
     const std::size_t maxBytes = 1024 * 1024;  // segments of 128 KiB, index blocks of 64 KiB
     ::setenv("METADATA_STORE_MAX_BYTES", std::to_string(maxBytes).c_str(), 1);
+    // The system tick follows the made-up ticks, so the time anchors fit in with the records.
+    ::setenv("HOST_SYSTICK_FILE", dir.env.WriteFile("tick", "1").c_str(), 1);
     DataStoreNormal store(dir.base);
     const bool opened = store.Open();
     ::unsetenv("METADATA_STORE_MAX_BYTES");
@@ -44,6 +46,9 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
             limit.rlim_cur = static_cast<rlim_t>(info.st_size);
         }
         ::setrlimit(RLIMIT_FSIZE, &limit);
+        if (i % 64 == 0) {
+            dir.env.WriteFile("tick", std::to_string(2 + i));
+        }
         store.TimerTick(2 + i);
         hostsystem::WritePending();  // as the endpoint does before it waits: the batch goes now
         ::setrlimit(RLIMIT_FSIZE, &normal);
@@ -66,18 +71,21 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
         const std::size_t size = ReadFileText(path).size();
         EXPECT_LE(size, 128u * 1024u) << path;
         total += size;
-        // Each segment read alone opens with the MAC and serial told before it began.
+        // Each segment read alone opens with the time anchor, MAC and serial told before it
+        // began, and is dated by its own anchor.
         std::string error;
         const std::vector<StoreRecord> records = ReadStoreRecords(path, dir.env.Root(), {}, &error);
         ASSERT_EQ("", error);
         ASSERT_FALSE(records.empty());
         EXPECT_EQ(0u, records[0].line.find(R"({"op":"WriteFullState",)")) << path;
         EXPECT_NE(std::string::npos,
-                  records[0].line.find(R"("cause":"segment","state":[{"op":"ReportMac",)"
+                  records[0].line.find(R"("reason":0},{"op":"ReportMac",)"
                                        R"("mac":[1,2,3,4,5,6],"flag":false},{"op":)"
                                        R"("ReportSystemSerialNum","serial":"SERIAL-1"},)"
                                        R"({"op":"ReportSpeed",)"))
             << records[0].line;
+        EXPECT_EQ("TimeAnchor", records.at(1).Op());
+        EXPECT_TRUE(records[1].Has("utc"));
     }
     EXPECT_LE(total, maxBytes);
     EXPECT_GT(total, maxBytes / 2);
@@ -117,6 +125,7 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
         EXPECT_EQ(indexed[i], ReadFileText(to).substr(mdj::kSegmentHeaderSize)) << i;
         EXPECT_LE(read[i], result.recordsRead);
     }
+    ::unsetenv("HOST_SYSTICK_FILE");
 }
 
 TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
@@ -205,5 +214,5 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
     const ProgramResult verify = RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root());
     EXPECT_EQ(0, verify.exitCode) << verify.out;
     EXPECT_NE(std::string::npos, verify.out.find("foreign file " + planted)) << verify.out;
-    EXPECT_NE(std::string::npos, verify.out.find("OK: 9 records in 3 segments")) << verify.out;
+    EXPECT_NE(std::string::npos, verify.out.find("OK: 12 records in 3 segments")) << verify.out;
 }

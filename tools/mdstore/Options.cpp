@@ -1,0 +1,183 @@
+#include "Options.h"
+
+#include <getopt.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "TimeAnchors.h"
+
+namespace {
+
+bool ParseTick(const char* text, std::uint32_t& value) {
+    if (text[0] == '\0' || text[0] == '-' || text[0] == '+') {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long parsed = std::strtoull(text, &end, 0);
+    if (errno != 0 || *end != '\0' || parsed > 0xFFFFFFFFull) {
+        return false;
+    }
+    value = static_cast<std::uint32_t>(parsed);
+    return true;
+}
+
+enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson };
+
+struct Allowed {
+    option entry;
+    unsigned set;  // 0: every verb
+};
+
+const Allowed kAll[] = {
+    {{"help", no_argument, nullptr, 'h'}, 0},
+    {{"json", no_argument, nullptr, kJson}, kOptJson},
+    {{"from", required_argument, nullptr, kFrom}, kOptRange},
+    {{"to", required_argument, nullptr, kTo}, kOptRange},
+    {{"since", required_argument, nullptr, kSince}, kOptRange},
+    {{"until", required_argument, nullptr, kUntil}, kOptRange},
+    {{"kind", required_argument, nullptr, kKind}, kOptKind},
+    {{"lines", required_argument, nullptr, 'n'}, kOptLast},
+    {{"follow", optional_argument, nullptr, kFollow}, kOptFollow},
+    {{"format", required_argument, nullptr, kFormat}, kOptExport},
+    {{"output", required_argument, nullptr, 'o'}, kOptExport},
+};
+
+// A time (UTC) or a tick, for --since and --until: a tick is dated when the records are.
+bool ParseMoment(const char* text, std::uint32_t& tick, bool& isTick, long long& utcMs) {
+    isTick = ParseTick(text, tick);
+    return isTick || timeanchor::ParseUtc(text, utcMs);
+}
+
+}  // namespace
+
+int UsageError(const char* verb, const std::string& problem) {
+    std::fprintf(stderr, "mdstore: %s: %s (mdstore %s --help for usage)\n", verb, problem.c_str(),
+                 verb);
+    return 1;
+}
+
+bool Options::Keeps(const mdj::RecordView& record, const long long* utcMs) const {
+    const std::uint32_t time = mdj::RecordTime(record.op, record.stamp, record.body, record.size);
+    if (time < from || time > to || (anyKind && !kinds[record.op])) {
+        return false;
+    }
+    if ((haveSince || haveUntil) &&
+        (utcMs == nullptr || (haveSince && *utcMs < since) || (haveUntil && *utcMs > until))) {
+        return false;
+    }
+    return true;
+}
+
+int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount, const char* usage,
+                 Options& options) {
+    const char* verb = argv[0];
+    std::vector<option> longOptions;
+    std::string shortOptions = ":h";
+    for (const Allowed& entry : kAll) {
+        if (entry.set == 0 || (entry.set & allowed) != 0) {
+            longOptions.push_back(entry.entry);
+            if (entry.entry.val < 256 && entry.entry.val != 'h') {
+                shortOptions += static_cast<char>(entry.entry.val);
+                shortOptions += ':';
+            }
+        }
+    }
+    longOptions.push_back(option{nullptr, 0, nullptr, 0});
+    optind = 0;  // a fresh scan (GNU): options may follow the paths
+    opterr = 0;
+    int code;
+    while ((code = getopt_long(argc, argv, shortOptions.c_str(), longOptions.data(), nullptr)) !=
+           -1) {
+        const std::string given = argv[optind - 1];
+        std::uint32_t tick = 0;
+        bool isTick = false;
+        long long utc = 0;
+        switch (code) {
+            case 'h':
+                std::fputs(usage, stdout);
+                return 0;
+            case kJson:
+                options.json = true;
+                break;
+            case kFrom:
+            case kTo:
+                if (!ParseTick(optarg, code == kFrom ? options.from : options.to)) {
+                    return UsageError(verb, given + " needs a tick (0 to 4294967295)");
+                }
+                break;
+            case kSince:
+            case kUntil:
+                if (!ParseMoment(optarg, tick, isTick, utc)) {
+                    return UsageError(verb, given +
+                                                " needs a UTC time (2026-11-23T17:45:01.250Z) "
+                                                "or a tick");
+                }
+                if (isTick) {
+                    (code == kSince ? options.from : options.to) = tick;
+                } else if (code == kSince) {
+                    options.haveSince = true;
+                    options.since = utc;
+                } else {
+                    options.haveUntil = true;
+                    options.until = utc;
+                }
+                break;
+            case kKind: {
+                const std::uint8_t op = mdj::OpByName(optarg);
+                if (op == 0) {
+                    return UsageError(verb, std::string("no record kind ") + optarg +
+                                                " (names as cat prints them: ReportGps, ...)");
+                }
+                options.kinds[op] = true;
+                options.anyKind = true;
+                break;
+            }
+            case 'n': {
+                char* end = nullptr;
+                errno = 0;
+                const long long count = std::strtoll(optarg, &end, 10);
+                if (errno != 0 || *end != '\0' || count < 0 || optarg[0] == '\0') {
+                    return UsageError(verb, "-n needs a number of records");
+                }
+                options.last = count;
+                break;
+            }
+            case kFollow:
+                options.follow = true;
+                if (optarg != nullptr) {
+                    char* end = nullptr;
+                    options.followSeconds = std::strtod(optarg, &end);
+                    if (*end != '\0' || !(options.followSeconds > 0)) {
+                        return UsageError(verb, "--follow=SECONDS needs a positive number");
+                    }
+                }
+                break;
+            case kFormat:
+                options.format = optarg;
+                if (options.format != "gpx" && options.format != "geojson" &&
+                    options.format != "csv") {
+                    return UsageError(verb,
+                                      "--format is gpx, geojson or csv, not " + options.format);
+                }
+                break;
+            case 'o':
+                options.output = optarg;
+                break;
+            case ':':
+                return UsageError(verb, given + " needs a value");
+            default:
+                return UsageError(verb, "unknown option " + given);
+        }
+    }
+    for (int i = optind; i < argc; ++i) {
+        options.paths.push_back(argv[i]);
+    }
+    if (options.paths.size() != pathCount) {
+        return UsageError(verb, pathCount == 1 ? "needs one PATH"
+                                               : "needs " + std::to_string(pathCount) + " paths");
+    }
+    return -1;
+}
