@@ -11,7 +11,9 @@ struct Entry {
 };
 
 const std::size_t kMaxWriters = 8;
-Entry gWriters[kMaxWriters];
+// Per thread: an endpoint that waits on another thread (a test's or a tool's peers) must never
+// write a store it does not own, nor race the thread that does.
+thread_local Entry gWriters[kMaxWriters];
 
 }  // namespace
 

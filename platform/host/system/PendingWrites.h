@@ -1,7 +1,8 @@
 // Data a component keeps in memory to write in batches (the store's records) must reach its
 // file before the process sits idle and before anything in the process reads the file back (a
 // range copy). The component registers a writer; the endpoint calls WritePending before it
-// blocks waiting for input, the reader before it reads.
+// blocks waiting for input, the reader before it reads. Writers belong to the thread that
+// registered them.
 #pragma once
 
 namespace hostsystem {
