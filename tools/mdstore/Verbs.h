@@ -9,6 +9,7 @@ int CatVerb(const std::vector<std::string>& args);
 int CopyVerb(const std::vector<std::string>& args);
 int VerifyVerb(const std::vector<std::string>& args);
 int SummaryVerb(const std::vector<std::string>& args);
+int ReportVerb(const std::vector<std::string>& args);
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
@@ -16,3 +17,4 @@ extern const char* const kCatUsage;
 extern const char* const kCopyUsage;
 extern const char* const kVerifyUsage;
 extern const char* const kSummaryUsage;
+extern const char* const kReportUsage;

@@ -1,4 +1,4 @@
-// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary).
+// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary, report).
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -31,6 +31,9 @@ int main(int argc, char** argv) {
     }
     if (verb == "summary") {
         return SummaryVerb(args);
+    }
+    if (verb == "report") {
+        return ReportVerb(args);
     }
     std::fprintf(stderr, "mdstore: unknown verb %s\n", verb.c_str());
     std::fputs(kUsage, stderr);
