@@ -165,7 +165,7 @@ private:
                 Microphone& mic = Mic(static_cast<unsigned>(F("mic")));
                 (op == mdj::kOpReportMicPresent ? mic.present : mic.active) =
                     F(op == mdj::kOpReportMicPresent ? "present" : "active") != 0;
-                Set(mic.lane, time, mic.present ? (mic.active ? 2 : 1) : 0);
+                Set(mic.lane, time, mic.active ? 2 : mic.present ? 1 : 0);  // active: present too
                 break;
             }
             case mdj::kOpReportCameraState: {

@@ -165,14 +165,17 @@ const TrackPoint& Nearest(const std::vector<TrackPoint>& track, const std::vecto
     return *best;
 }
 
+// A labelled circle on the position; `lift` raises it on a stem so that bookmarks leave the
+// start and end marks and the track beneath them visible.
 void AppendMarker(const Projection& p, const TrackPoint& at, const char* cls, const char* label,
-                  const std::string& title, std::string& out) {
+                  const std::string& title, double lift, std::string& out) {
     const double x = p.X(at.longitude);
     const double y = p.Y(at.latitude);
     Append(out,
-           "<g class=\"%s\"><circle cx=\"%.1f\" cy=\"%.1f\" r=\"9\"/>"
+           "<g class=\"%s\"><line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\"/>"
+           "<circle cx=\"%.1f\" cy=\"%.1f\" r=\"9\"/>"
            "<text x=\"%.1f\" y=\"%.1f\" text-anchor=\"middle\">%s</text><title>%s</title></g>",
-           cls, x, y, x, y + 4, label, Escape(title).c_str());
+           cls, x, y, x, y - lift, x, y - lift, x, y - lift + 4, label, Escape(title).c_str());
 }
 
 struct SpeedRange {
@@ -255,11 +258,11 @@ void AppendMap(const Drive& drive, const AxisClock& clock, std::string& out) {
     AppendMarker(p, start, "start", "S",
                  "start of the track: " + Place(start.latitude, start.longitude, 5) + " at " +
                      LongTime(clock, drive.first, start.tick),
-                 out);
+                 0, out);
     AppendMarker(p, end, "end", "E",
                  "end of the track: " + Place(end.latitude, end.longitude, 5) + " at " +
                      LongTime(clock, drive.first, end.tick),
-                 out);
+                 0, out);
     for (std::size_t i = 0; i < drive.bookmarks.size(); ++i) {
         const TrackPoint& at = Nearest(track, legs, drive.bookmarks[i]);
         const std::string label = std::to_string(i + 1);
@@ -267,7 +270,7 @@ void AppendMap(const Drive& drive, const AxisClock& clock, std::string& out) {
                      "bookmark " + label + " at " +
                          LongTime(clock, drive.first, drive.bookmarks[i]) +
                          ", the position nearest in time: " + Place(at.latitude, at.longitude, 5),
-                     out);
+                     22, out);
     }
     out += "</svg>\n<p class=\"caption\">";
     Append(out, "%zu positions over %.*f %s, from %s to %s.", drawn, metres < 1000 ? 0 : 2,

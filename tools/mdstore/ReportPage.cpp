@@ -19,6 +19,7 @@ const char* const kStyle =
     ".fix{fill:#fff;stroke:#424242;stroke-width:1}"
     ".start circle{fill:#2e7d32}.end circle{fill:#c62828}.bookmark circle{fill:#ef6c00}"
     ".start text,.end text,.bookmark text{fill:#fff;font-weight:bold}"
+    ".bookmark line{stroke:#ef6c00;stroke-width:2}"
     ".scale line{stroke:#212121;stroke-width:3}"
     ".row0{fill:#fafafa}.row1{fill:#eeeeee}.lane-name{font-size:12px;fill:#212121}"
     ".lane-name.empty,.none{fill:#9e9e9e;color:#9e9e9e}"

@@ -201,6 +201,12 @@ void AppendSpeedPlot(const Drive& drive, const AxisClock& clock, std::string& ou
         }
         flush();
         out += "\"/>";
+        // Few readings get a dot each, so that a lone one shows at all.
+        for (std::size_t i = 0; source.second.size() <= 300 && i < source.second.size(); ++i) {
+            const SpeedSample& sample = source.second[i];
+            Append(out, "<circle class=\"speed-%s-key\" cx=\"%.1f\" cy=\"%.1f\" r=\"2.5\"/>", name,
+                   axis.X(sample.tick), top + height - sample.speed / yMax * height);
+        }
         Append(out,
                "<rect class=\"speed-%s-key\" x=\"%.1f\" y=\"%.1f\" width=\"14\" height=\"4\"/>"
                "<text x=\"%.1f\" y=\"%.1f\">%s speed (%zu readings)</text>",
