@@ -51,7 +51,10 @@ int ReportVerb(const std::vector<std::string>& args) {
             return 0;
         }
         if (option != 'o') {
-            return UsageError(optopt == 'o' ? "-o needs a file name" : "unknown option");
+            const std::string word = argv[static_cast<std::size_t>(optind) - 1];
+            return UsageError(optopt == 'o' || word == "--output"
+                                  ? "-o needs a file name"
+                                  : ("unknown option " + word).c_str());
         }
         output = optarg;
     }
