@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "FieldBag.h"
 #include "RecordSchema.h"
 
 namespace summary {
@@ -50,70 +51,6 @@ double StoreSummary::DurationSeconds() const {
     return anyAt ? (lastAt - firstAt) / 1000.0 : 0.0;
 }
 
-namespace {
-
-// The numeric fields of one record by name ("tag", "item.latDegrees"); texts and arrays are
-// not needed here.
-class FieldBag : public mdj::FieldVisitor {
-public:
-    void Clear() {
-        count_ = 0;
-        depth_ = 0;
-        object_.clear();
-    }
-    bool Get(const char* name, long long& value) const {
-        for (unsigned i = 0; i < count_; ++i) {
-            if (names_[i] == name) {
-                value = values_[i];
-                return true;
-            }
-        }
-        return false;
-    }
-    long long Value(const char* name) const {
-        long long value = 0;
-        Get(name, value);
-        return value;
-    }
-
-    void BeginObject(const char* name) override {
-        if (depth_++ == 0 && name != nullptr) {
-            object_ = name;
-        }
-    }
-    void EndObject() override {
-        if (--depth_ == 0) {
-            object_.clear();
-        }
-    }
-    void BeginArray(const char*) override { ++depth_; }
-    void EndArray() override { --depth_; }
-    void Unsigned(const char* name, std::uint32_t value) override { Put(name, value); }
-    void Signed(const char* name, std::int32_t value) override { Put(name, value); }
-    void Boolean(const char* name, bool value) override { Put(name, value ? 1 : 0); }
-    void Text(const char*, const char*, std::size_t) override {}
-    void Mac(const char*, const unsigned char*) override {}
-
-private:
-    void Put(const char* name, long long value) {
-        // Only top-level fields and the members of a top-level item.
-        if (name == nullptr || count_ == kMaxFields || depth_ > 1) {
-            return;
-        }
-        names_[count_] = depth_ == 1 ? object_ + "." + name : std::string(name);
-        values_[count_] = value;
-        ++count_;
-    }
-
-    static const unsigned kMaxFields = 32;
-    std::string names_[kMaxFields];
-    long long values_[kMaxFields] = {};
-    unsigned count_ = 0;
-    unsigned depth_ = 0;
-    std::string object_;
-};
-
-// The input that a ReportStateData tag belongs to, and whether it means on; -1 for others.
 int InputOfTag(long long tag, bool& on) {
     static const long long kOnTags[kInputCount] = {52, 54, 56, 60, 62, 68};
     for (unsigned i = 0; i < kInputCount; ++i) {
@@ -124,6 +61,8 @@ int InputOfTag(long long tag, bool& on) {
     }
     return -1;
 }
+
+namespace {
 
 void Count(OnOff& pair, bool on) {
     ++(on ? pair.on : pair.off);

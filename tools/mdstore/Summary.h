@@ -70,6 +70,8 @@ const char* SourceName(unsigned source);
 // Input names in the order the FPGA process reports them.
 const unsigned kInputCount = 6;
 extern const char* const kInputNames[kInputCount];
+// The input that a ReportStateData tag belongs to, and whether it means on; -1 for others.
+int InputOfTag(long long tag, bool& on);
 
 struct StoreSummary {
     std::string path;

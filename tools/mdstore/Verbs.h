@@ -8,6 +8,7 @@ int CopyVerb(int argc, char** argv);
 int VerifyVerb(int argc, char** argv);
 int SummaryVerb(int argc, char** argv);
 int ExportVerb(int argc, char** argv);
+int ReportVerb(int argc, char** argv);
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
@@ -16,3 +17,4 @@ extern const char* const kCopyUsage;
 extern const char* const kVerifyUsage;
 extern const char* const kSummaryUsage;
 extern const char* const kExportUsage;
+extern const char* const kReportUsage;

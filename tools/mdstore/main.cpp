@@ -1,4 +1,5 @@
-// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary, export).
+// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary, export,
+// report).
 #include <cstdio>
 #include <cstring>
 
@@ -16,6 +17,7 @@ struct Verb {
 const Verb kVerbs[] = {
     {"info", InfoVerb},     {"cat", CatVerb},         {"copy", CopyVerb},
     {"verify", VerifyVerb}, {"summary", SummaryVerb}, {"export", ExportVerb},
+    {"report", ReportVerb},
 };
 
 }  // namespace
