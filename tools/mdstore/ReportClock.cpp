@@ -5,15 +5,17 @@
 namespace report {
 
 void AxisClock::See(const mdj::RecordView& record) {
-    // Segments and records carry system ticks only; this is where a wall-clock anchor record
-    // will be taken when the store writes one.
-    (void)record;
+    anchors_.Note(record);
 }
 
 bool AxisClock::Utc(std::uint32_t tick, std::string& text) const {
-    (void)tick;
-    text.clear();
-    return false;
+    long long utcMs = 0;
+    if (!anchors_.Utc(tick, utcMs)) {
+        text.clear();
+        return false;
+    }
+    text = timeanchor::FormatUtc(utcMs);
+    return true;
 }
 
 std::string AxisLabel(const AxisClock& clock, std::uint32_t first, std::uint32_t tick) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "JournalFormat.h"
+#include "TimeAnchors.h"
 
 namespace report {
 
@@ -15,6 +16,9 @@ public:
     void See(const mdj::RecordView& record);
     // The UTC time of `tick` as "2026-11-23T17:45:01.250Z"; false while no anchor is known.
     bool Utc(std::uint32_t tick, std::string& text) const;
+
+private:
+    timeanchor::TimeAnchors anchors_;
 };
 
 // The axis label of `tick`: "17:45:01" when its UTC time is known, else seconds after `first`
