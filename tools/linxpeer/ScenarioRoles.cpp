@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "Capture.h"
 #include "Messages.h"
 
 namespace {
@@ -67,6 +68,11 @@ Scenario::Result Scenario::PushStep(const Args& args) {
         return kError;
     }
     const int sent = role->Server().NotifySubscribers(itemId, *served.item);
+    if (Capture::Active() != nullptr) {
+        Bytes payload(served.item->Size());
+        served.item->Encode(payload.data());
+        Capture::Active()->Pushed(role->Name(), itemId, payload);
+    }
     std::printf("pushed %s item %u to %d subscribers: %s %s\n", role->Name().c_str(), itemId, sent,
                 served.itemClass->name.c_str(),
                 items::Text(items::Values(*served.itemClass, *served.item)).c_str());
@@ -233,6 +239,9 @@ Scenario::Result Scenario::DieStep(const Args& args) {
         return kError;
     }
     role->Close();
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Event("close", role->Name());
+    }
     std::printf("closed %s\n", role->Name().c_str());
     return kPassed;
 }
@@ -244,6 +253,9 @@ Scenario::Result Scenario::RestartStep(const Args& args) {
     }
     if (!role->Open(error_)) {
         return kError;
+    }
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Event("open", role->Name());
     }
     std::printf("reopened %s\n", role->Name().c_str());
     Role* stateMgr = peer_.StateMgr();
