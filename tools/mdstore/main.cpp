@@ -32,6 +32,12 @@ int main(int argc, char** argv) {
     if (verb == "summary") {
         return SummaryVerb(args);
     }
+    if (verb == "diff") {
+        return DiffVerb(args);
+    }
+    if (verb == "traffic") {
+        return TrafficVerb(args);
+    }
     std::fprintf(stderr, "mdstore: unknown verb %s\n", verb.c_str());
     std::fputs(kUsage, stderr);
     return 1;
