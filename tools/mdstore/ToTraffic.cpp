@@ -342,8 +342,14 @@ std::size_t Inverter::Gps(std::size_t k, bool flag, GpsStatusItem& item) {
     item.tick = gps.U(20);
     // The handler stamps both with the item's tick and stores the speed in whole units.
     const Rec& speed = recs_[k + 2];
-    if (gps.U(21) != item.tick || speed.U(2) != item.tick || speed.U(1) != item.speed / 10u) {
-        Lost(k + 1, "not invertible (GPS record's tick or speed is not the item's)");
+    if (gps.U(21) != item.tick || speed.U(2) != item.tick || speed.U(1) != item.speed / 10u ||
+        item.fixStatus == 0 || item.fixStatus == 7) {
+        // Not as the handler writes it (the simulator's are so): the closest notice keeps
+        // the state, the speed sample and their tick, and only the position record differs.
+        Lost(k + 1, "not invertible (GPS position without a fix, or with another tick or speed)");
+        item.fixStatus = item.fixStatus == 0 || item.fixStatus == 7 ? 1 : item.fixStatus;
+        item.speed = static_cast<unsigned short>(speed.U(1) * 10u);
+        item.tick = speed.U(2);
     }
     return 3;
 }
