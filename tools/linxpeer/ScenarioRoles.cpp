@@ -214,6 +214,14 @@ Scenario::Result Scenario::SubscribeStep(const Args& args) {
     subscription.notifyId = notifyId;
     subscription.itemClass = itemClass;
     std::unique_ptr<Item> item = itemClass->make();
+    if (Capture::Active() != nullptr) {
+        // The client's request, so that a replay subscribes too; its reply is the client's.
+        const unsigned int ids[2] = {itemId, notifyId};
+        Capture::Active()->Message("sent", role->Name(), subscription.client->ServerName(),
+                                   LinxIpc::kSubscribeRequest,
+                                   Bytes(reinterpret_cast<const unsigned char*>(ids),
+                                         reinterpret_cast<const unsigned char*>(ids) + sizeof ids));
+    }
     const int result =
         subscription.client->Subscribe(itemId, notifyId, *item, IgnoreNotice, nullptr);
     if (result != 0) {
