@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "Capture.h"
@@ -73,9 +74,9 @@ void PeerServer::GetItem(unsigned int itemId, IpcMessage& reply, unsigned int ms
         // The reply as the subscriber receives it: ids, status 0, then the item.
         const IpcMessage& request = Ipc().CurrentMessage();
         const unsigned int head[3] = {itemId, msgType, 0};
-        Bytes payload(reinterpret_cast<const unsigned char*>(head),
-                      reinterpret_cast<const unsigned char*>(head) + sizeof head);
-        payload.insert(payload.end(), reply.DataPtr(), reply.DataPtr() + reply.Size());
+        Bytes payload(sizeof head + reply.Size());
+        std::memcpy(payload.data(), head, sizeof head);
+        std::memcpy(payload.data() + sizeof head, reply.DataPtr(), reply.Size());
         Capture::Active()->Message("sent", role_, request.GetSender(), LinxIpc::kSubscribeReply,
                                    payload);
     }

@@ -135,12 +135,10 @@ public:
     }
     void Serve(const char* role, unsigned int itemId, unsigned int notifyId, const Item& item) {
         Recv(role, kSubscribeRequest);
-        Bytes reply;
-        Put(reply, itemId);
-        Put(reply, notifyId);
-        Put(reply, 0u);
-        const Bytes value = Encoded(item);
-        reply.insert(reply.end(), value.begin(), value.end());
+        const unsigned int head[3] = {itemId, notifyId, 0};
+        Bytes reply(sizeof head + item.Size());
+        std::memcpy(reply.data(), head, sizeof head);
+        item.Encode(reply.data() + sizeof head);
         Sent(role, kSubscribeReply, reply);
     }
     void Tick(std::uint32_t tick) {
