@@ -127,12 +127,14 @@ bool Serve(Peer& peer, const Line& line, bool onlyFirst) {
     return true;
 }
 
-// Takes the first message not yet taken that the role received from `other` with the type.
+// Takes the first message that the role received from `other` with the type. Taken ones
+// leave the inbox, so a long replay does not search through its whole past.
 bool Take(Peer& peer, const Line& line) {
-    for (Received& received : peer.Inbox()) {
-        if (!received.taken && received.role == line.role && received.sender == line.other &&
-            received.type == line.type) {
-            received.taken = true;
+    std::list<Received>& inbox = peer.Inbox();
+    for (auto received = inbox.begin(); received != inbox.end(); ++received) {
+        if (received->role == line.role && received->sender == line.other &&
+            received->type == line.type) {
+            inbox.erase(received);
             return true;
         }
     }

@@ -565,9 +565,9 @@ std::size_t Inverter::Change(std::size_t k) {
             if (tag > 3) {
                 // Beyond what the direct message accepts: the manager's status item.
                 MicStatusResponse item;
-                Mics(k, true, item);
+                const std::size_t count = Mics(k, true, item);
                 out_.Sent("MicMgr", 13511, Encoded(item));
-                return 2;
+                return count;
             }
             Put(raw, rec.U(2));
             Put(raw, tag);
