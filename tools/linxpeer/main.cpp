@@ -77,10 +77,10 @@ int main(int argc, char** argv) {
                 replayPath = optarg;
                 break;
             case 'x': {
-                char* end = nullptr;
-                speed = std::string(optarg) == "max" ? 0 : std::strtod(optarg, &end);
-                if (speed < 0 || (end != nullptr && (end == optarg || *end != '\0')) ||
-                    (end != nullptr && speed == 0)) {
+                const bool max = std::string(optarg) == "max";
+                char* end = optarg;
+                speed = max ? 0 : std::strtod(optarg, &end);
+                if (!max && (end == optarg || *end != '\0' || !(speed > 0))) {
                     return BadUsage("--speed needs a factor above 0, or max");
                 }
                 break;
