@@ -8,6 +8,10 @@
 #include <cstring>
 #include <string>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "DataStore.h"
 #include "MetadataSharedMem.h"
 #include "Subprocess.h"
 #include "TestEnv.h"
@@ -187,4 +191,125 @@ TEST(Linxpeer, ChecksWatchdogAndSharedBlock) {
     const ProgramResult gone = RunPeer(env, "gone", "watchdog 19 alive within 100\n");
     EXPECT_EQ(1, gone.exitCode) << gone.out;
     EXPECT_THAT(gone.out, HasSubstr("watchdog of 19 is absent"));
+}
+
+// Runs the real metadata manager against a linxpeer with `args`, its store and clock apart.
+std::string Drive(const TestEnv& env, std::vector<std::string> args, const std::string& media,
+                  const std::string& clock) {
+    const std::vector<std::string> environment = {"MEDIA_ROOT=" + env.Path(media),
+                                                  "HOST_SYSTICK_FILE=" + env.Path(clock)};
+    ::mkdir(env.Path(media).c_str(), 0770);
+    args.insert(args.begin(), ProgramPath("linxpeer"));
+    Subprocess vehicle(args, environment, env.Root());
+    vehicle.Start();
+    for (int i = 0; i < 300 && access((env.Domain() + "/StateMgr").c_str(), F_OK) != 0; ++i) {
+        ::usleep(100000);
+    }
+    Subprocess manager({ProgramPath("MetadataMgr")}, environment, env.Root());
+    manager.Start();
+    const ProgramResult played = vehicle.Wait(60000);
+    EXPECT_EQ(0, played.exitCode) << played.out << manager.Err();
+    EXPECT_EQ(0, manager.Wait(kRunMs).exitCode) << manager.Err();
+    return played.out;
+}
+
+ProgramResult Mdstore(const TestEnv& env, const std::vector<std::string>& args) {
+    std::vector<std::string> argv = {ProgramPath("mdstore")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return RunProgram(argv, {}, env.Root());
+}
+
+// The whole vehicle around the real metadata manager: handshake, every server subscribed and
+// sending every kind of notice, every request, a bookmark reaching a subscriber of the
+// manager's own item, GPS in the shared block, a restarted server subscribed again, quit.
+// The drive's store turned back into traffic, and the drive's capture played ten times
+// faster, each give a fresh process the same records.
+TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
+    TestEnv env;
+    env.WriteFile("clock", "900");
+    const std::string played =
+        Drive(env,
+              {"--vehicle", "--capture", env.Path("capture"),
+               env.WriteFile("vehicle.scenario",
+                             "streammgr REC-1\n"
+                             "expect Subscribed from MetadataMgr within 20000 u8@0=1\n"
+                             "subscribers ExternalMgr 21 1\n"
+                             "watchdog MetadataMgr alive\n"
+                             "subscribe as Cli MetadataMgr 0 5000 BoolItem value=0\n"
+                             "send as Cli MetadataMgr Bookmark u32:1234\n"
+                             "expect 5000 from MetadataMgr to Cli value=1\n"
+                             "push GpsHal 1 speed=195 fixStatus=1 tick=2000\n"
+                             "shm u16@0x40=195 u8@8=78\n"
+                             "push GpsHal 1 fixStatus=7 tick=2001\n"
+                             "push ConfigMgr 10 vehicleId=UNIT-8\n"
+                             "push ConfigMgr 7 systemName=Other\n"
+                             "push ConfigMgr 11 name=Dept\n"
+                             "push ConfigMgr 12 name=\"K. Jones\"\n"
+                             "push ConfigMgr 13 preEventSeconds=20\n"
+                             "push FpgaHal 17 changedMask=0xBE000 inputLevels=0x2A000 tick=2002\n"
+                             "push StateMgr 1 tick=2003\n"
+                             "push StateMgr 3 tick=2004\n"
+                             "wait 300\n"
+                             "push StateMgr 4 tick=2005\n"
+                             "push RadarHal 1 status=1 patrolSpeed=45 targetSpeed=52 tick=2006\n"
+                             "push RadarHal 1 status=0x81 tick=2007\n"
+                             "push MicMgr 0 mics=0:1:1,7:1:0 tick=2008\n"
+                             "push AccelHal 1 crash=1 tick=2009\n"
+                             "push VideoMgr 0 camera0=1 camera6=2 tick=2010\n"
+                             "push VideoMgr 1 quality0=2 tick=2011\n"
+                             "push TempHal 0 temperature0=-40 tick=2012\n"
+                             "push ExternalMgr 16 enabled=1 camera=258 address=10.0.0.5 port=554\n"
+                             "push ExternalMgr 21 highQuality=1\n"
+                             "wait 300\n"
+                             "send as Cli MetadataMgr CameraState u32:2013 u32:2 u32:1\n"
+                             "send as Cli MetadataMgr VideoStreamState u32:2014 u32:3 u32:2\n"
+                             "send as Cli MetadataMgr MicState u32:2015 u32:2 u8:1 u8:1\n"
+                             "send as Cli MetadataMgr RecordStartStop u32:0 u8:1\n"
+                             "push StateMgr 2 tick=2016\n"
+                             "clear\n"
+                             "restart TempHal\n"
+                             "expect SubscribeRequest from MetadataMgr to TempHal u32@4=13515\n"
+                             "send as Cli MetadataMgr Ping\n"
+                             "expect PingResponse from MetadataMgr\n"
+                             "quit MetadataMgr\n"
+                             "expect ShutdownResponse from MetadataMgr\n")},
+              "media", "clock");
+    EXPECT_THAT(played, HasSubstr("sent StreamMgr -> MetadataMgr 14101"));
+
+    const ProgramResult traffic =
+        Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
+    EXPECT_EQ(0, traffic.exitCode) << traffic.err;
+    EXPECT_EQ("", traffic.err);
+    Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick");
+    Drive(env, {"-t", "30000", "--speed", "10", "--replay", env.Path("capture")}, "fast", "clock");
+    for (const char* replayed : {"back", "fast"}) {
+        const ProgramResult diff =
+            Mdstore(env, {"diff", env.MetadataPath(), env.Path(replayed) + "/metadata/metadata"});
+        EXPECT_EQ("identical\n", diff.out) << replayed;
+        EXPECT_EQ(0, diff.exitCode);
+    }
+}
+
+// Two stores alike but for one value differ in exactly that record.
+TEST(Linxpeer, DiffNamesTheOneRecordChanged) {
+    TestEnv env;
+    for (const char* name : {"a", "b"}) {
+        ::mkdir(env.Path(name).c_str(), 0770);
+        DataStoreNormal store(env.Path(name) + "/metadata");
+        ASSERT_TRUE(store.Open());
+        store.TimerTick(100);
+        store.ReportBookmark(101);
+        store.ReportSpeed(1, name[0] == 'a' ? 40 : 41, true, 102, e_Tag_None);
+        store.ReportBookmark(103);
+        store.Close();
+    }
+    const ProgramResult diff =
+        Mdstore(env, {"diff", env.Path("a/metadata"), env.Path("b/metadata")});
+    EXPECT_EQ(1, diff.exitCode);
+    EXPECT_EQ(
+        "records differ:\n"
+        "  A record 4: 100 ReportSpeed source=1 speed=40 flag=1 tick=102 tag=0 sourceName=\"gps\"\n"
+        "  B record 4: 100 ReportSpeed source=1 speed=41 flag=1 tick=102 tag=0 sourceName=\"gps\"\n"
+        "1 differences (A has 3 drive records, B 3)\n",
+        diff.out);
 }

@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
+#include "Capture.h"
 #include "Messages.h"
 
 namespace {
@@ -53,12 +55,30 @@ std::string Received::Line() const {
 
 void PeerServer::GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) {
     auto found = items_.find(itemId);
-    if (found == items_.end() || found->second.refused) {
+    if (found == items_.end() || found->second.refused ||
+        (found->second.item == nullptr && found->second.raw.empty())) {
         return;
     }
-    const Item& item = *found->second.item;
-    if (reply.Allocate(msgType, item.Size(), nullptr) != 0 || item.EncodeMsg(reply) != 0) {
+    const ServedItem& served = found->second;
+    Bytes raw(served.raw);
+    const bool built = served.item != nullptr
+                           ? reply.Allocate(msgType, served.item->Size(), nullptr) == 0 &&
+                                 served.item->EncodeMsg(reply) == 0
+                           : reply.Allocate(msgType, static_cast<unsigned int>(raw.size()),
+                                            reinterpret_cast<char*>(raw.data())) == 0;
+    if (!built) {
         std::printf("error: cannot build item %u for a subscriber\n", itemId);
+        return;
+    }
+    if (Capture::Active() != nullptr) {
+        // The reply as the subscriber receives it: ids, status 0, then the item.
+        const IpcMessage& request = Ipc().CurrentMessage();
+        const unsigned int head[3] = {itemId, msgType, 0};
+        Bytes payload(sizeof head + reply.Size());
+        std::memcpy(payload.data(), head, sizeof head);
+        std::memcpy(payload.data() + sizeof head, reply.DataPtr(), reply.Size());
+        Capture::Active()->Message("sent", role_, request.GetSender(), LinxIpc::kSubscribeReply,
+                                   payload);
     }
 }
 
@@ -79,7 +99,7 @@ bool Role::Open(std::string& error) {
         return false;
     }
     ipc_ = std::move(ipc);
-    server_.reset(new PeerServer(*ipc_, served));
+    server_.reset(new PeerServer(*ipc_, served, name_));
     ipc_->RegisterShutdown(NoticeHandler, this);
     ipc_->RegisterProcessDied(NoticeHandler, this);
     return true;
@@ -217,6 +237,10 @@ void Peer::Record(Role& role, const IpcMessage& message) {
         }
     }
     std::printf("%s\n", received.Line().c_str());
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Message("recv", received.role, received.sender, received.type,
+                                   received.payload);
+    }
     // A peer serving for days must not grow without bound; expectations look at recent
     // traffic only.
     if (inbox_.size() >= kInboxLimit) {
@@ -244,6 +268,9 @@ bool Peer::Send(Role& from, const std::string& destination, unsigned int type, c
     if (result != 0) {
         error = "send to " + destination + " failed (" + std::to_string(result) + ")";
         return false;
+    }
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Message("sent", from.Name(), destination, type, payload);
     }
     return true;
 }

@@ -33,6 +33,8 @@ struct Received {
 struct ServedItem {
     const ItemClass* itemClass = nullptr;
     std::unique_ptr<Item> item;
+    // Without an item: served as these bytes, as a replayed capture gives them.
+    Bytes raw;
     bool refused = false;
 };
 typedef std::map<unsigned int, ServedItem> ServedItems;
@@ -41,11 +43,13 @@ typedef std::map<unsigned int, ServedItem> ServedItems;
 // unserved, which refuses the subscription.
 class PeerServer : public SubscribeServer {
 public:
-    PeerServer(LinxIpc& ipc, ServedItems& items) : SubscribeServer(ipc), items_(items) {}
+    PeerServer(LinxIpc& ipc, ServedItems& items, const std::string& role)
+        : SubscribeServer(ipc), items_(items), role_(role) {}
     void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override;
 
 private:
     ServedItems& items_;
+    const std::string& role_;
 };
 
 struct Subscription {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "Capture.h"
 #include "Messages.h"
 
 namespace {
@@ -67,6 +68,11 @@ Scenario::Result Scenario::PushStep(const Args& args) {
         return kError;
     }
     const int sent = role->Server().NotifySubscribers(itemId, *served.item);
+    if (Capture::Active() != nullptr) {
+        Bytes payload(served.item->Size());
+        served.item->Encode(payload.data());
+        Capture::Active()->Pushed(role->Name(), itemId, payload);
+    }
     std::printf("pushed %s item %u to %d subscribers: %s %s\n", role->Name().c_str(), itemId, sent,
                 served.itemClass->name.c_str(),
                 items::Text(items::Values(*served.itemClass, *served.item)).c_str());
@@ -208,6 +214,14 @@ Scenario::Result Scenario::SubscribeStep(const Args& args) {
     subscription.notifyId = notifyId;
     subscription.itemClass = itemClass;
     std::unique_ptr<Item> item = itemClass->make();
+    if (Capture::Active() != nullptr) {
+        // The client's request, so that a replay subscribes too; its reply is the client's.
+        const unsigned int ids[2] = {itemId, notifyId};
+        Capture::Active()->Message("sent", role->Name(), subscription.client->ServerName(),
+                                   LinxIpc::kSubscribeRequest,
+                                   Bytes(reinterpret_cast<const unsigned char*>(ids),
+                                         reinterpret_cast<const unsigned char*>(ids) + sizeof ids));
+    }
     const int result =
         subscription.client->Subscribe(itemId, notifyId, *item, IgnoreNotice, nullptr);
     if (result != 0) {
@@ -233,6 +247,9 @@ Scenario::Result Scenario::DieStep(const Args& args) {
         return kError;
     }
     role->Close();
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Event("close", role->Name());
+    }
     std::printf("closed %s\n", role->Name().c_str());
     return kPassed;
 }
@@ -244,6 +261,9 @@ Scenario::Result Scenario::RestartStep(const Args& args) {
     }
     if (!role->Open(error_)) {
         return kError;
+    }
+    if (Capture::Active() != nullptr) {
+        Capture::Active()->Event("open", role->Name());
     }
     std::printf("reopened %s\n", role->Name().c_str());
     Role* stateMgr = peer_.StateMgr();

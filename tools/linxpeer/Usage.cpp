@@ -8,6 +8,7 @@ namespace {
 
 const char kHead[] =
     "Usage: linxpeer [OPTIONS] [SCENARIO | -]\n"
+    "       linxpeer [--capture FILE] --replay CAPTURE [--speed X|max]\n"
     "Plays other processes of the vehicle system over the IPC of the current LINX_DOMAIN:\n"
     "runs the SCENARIO file (or standard input for -), step by step, then exits.\n"
     "\n"
@@ -20,7 +21,13 @@ const char kHead[] =
     "                       TempHal 0; ExternalMgr 16-21) with default values, before the\n"
     "                       scenario's steps\n"
     "  -t, --timeout MS     how long expect, subscribers, watchdog and shm wait by default\n"
-    "                       (5000)\n"
+    "                       (5000); with --replay, how long each received message may take\n"
+    "  -c, --capture FILE   write every message the roles send and receive to FILE\n"
+    "  -r, --replay FILE    play a capture (of --capture, or of mdstore traffic) into a fresh\n"
+    "                       process instead of a scenario: what the roles sent is sent again,\n"
+    "                       what they received is waited for before the lines after it\n"
+    "  -x, --speed X|max    replay X times faster than captured (default 1), or max: each\n"
+    "                       line as soon as the messages before it have arrived\n"
     "  -h, --help           this text\n"
     "      --version        the project's version\n"
     "Without a scenario it serves until SIGINT or SIGTERM. Roles are polled in turn on one\n"

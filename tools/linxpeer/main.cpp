@@ -3,13 +3,16 @@
 #include <signal.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "Capture.h"
 #include "Peer.h"
 #include "ProjectVersion.h"
+#include "Replay.h"
 #include "Scenario.h"
 #include "Usage.h"
 #include "Vehicle.h"
@@ -38,18 +41,20 @@ int BadUsage(const std::string& message) {
 int main(int argc, char** argv) {
     // Tests read the output while it runs.
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    static const option kOptions[] = {{"name", required_argument, nullptr, 'n'},
-                                      {"process", required_argument, nullptr, 'p'},
-                                      {"vehicle", no_argument, nullptr, 'v'},
-                                      {"timeout", required_argument, nullptr, 't'},
-                                      {"help", no_argument, nullptr, 'h'},
-                                      {"version", no_argument, nullptr, 'V'},
-                                      {nullptr, 0, nullptr, 0}};
+    static const option kOptions[] = {
+        {"name", required_argument, nullptr, 'n'},    {"process", required_argument, nullptr, 'p'},
+        {"vehicle", no_argument, nullptr, 'v'},       {"timeout", required_argument, nullptr, 't'},
+        {"help", no_argument, nullptr, 'h'},          {"version", no_argument, nullptr, 'V'},
+        {"capture", required_argument, nullptr, 'c'}, {"replay", required_argument, nullptr, 'r'},
+        {"speed", required_argument, nullptr, 'x'},   {nullptr, 0, nullptr, 0}};
     std::vector<std::string> roles;
     bool playVehicle = false;
     int timeoutMs = 5000;
+    std::string capturePath;
+    std::string replayPath;
+    double speed = 1;
     int option;
-    while ((option = getopt_long(argc, argv, "n:p:vt:h", kOptions, nullptr)) != -1) {
+    while ((option = getopt_long(argc, argv, "n:p:vt:hc:r:x:", kOptions, nullptr)) != -1) {
         switch (option) {
             case 'n':
             case 'p':
@@ -63,6 +68,21 @@ int main(int argc, char** argv) {
                     return BadUsage("--timeout needs milliseconds");
                 }
                 break;
+            case 'c':
+                capturePath = optarg;
+                break;
+            case 'r':
+                replayPath = optarg;
+                break;
+            case 'x': {
+                const bool max = std::string(optarg) == "max";
+                char* end = optarg;
+                speed = max ? 0 : std::strtod(optarg, &end);
+                if (!max && (end == optarg || *end != '\0' || !(speed > 0))) {
+                    return BadUsage("--speed needs a factor above 0, or max");
+                }
+                break;
+            }
             case 'h':
                 std::fputs(UsageText().c_str(), stdout);
                 return 0;
@@ -77,10 +97,19 @@ int main(int argc, char** argv) {
         return BadUsage("one scenario at most");
     }
     const bool hasScenario = optind < argc;
-    if (!hasScenario && !playVehicle && roles.empty()) {
-        return BadUsage("nothing to play: give a scenario, --name, --process or --vehicle");
+    if (!replayPath.empty() && (hasScenario || playVehicle)) {
+        return BadUsage("--replay plays a capture alone, without a scenario or --vehicle");
+    }
+    if (!hasScenario && !playVehicle && roles.empty() && replayPath.empty()) {
+        return BadUsage(
+            "nothing to play: give a scenario, --name, --process, --vehicle or --replay");
     }
 
+    Capture capture;
+    std::string captureError;
+    if (!capturePath.empty() && !capture.Open(capturePath, captureError)) {
+        return BadUsage(captureError);
+    }
     Peer peer;
     Scenario scenario(peer, timeoutMs);
     for (const std::string& role : roles) {
@@ -110,6 +139,9 @@ int main(int argc, char** argv) {
         }
     }
     InstallSignals();
+    if (!replayPath.empty()) {
+        return replay::Run(peer, replayPath, speed, timeoutMs);
+    }
     const Scenario::Result result = scenario.Run();
     if (result != Scenario::kPassed || hasScenario) {
         std::printf("%s\n", result == Scenario::kPassed ? "passed" : "failed");

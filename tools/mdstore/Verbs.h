@@ -9,6 +9,8 @@ int VerifyVerb(int argc, char** argv);
 int SummaryVerb(int argc, char** argv);
 int ExportVerb(int argc, char** argv);
 int ReportVerb(int argc, char** argv);
+int DiffVerb(int argc, char** argv);     // Diff.cpp
+int TrafficVerb(int argc, char** argv);  // ToTraffic.cpp
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
@@ -18,3 +20,5 @@ extern const char* const kVerifyUsage;
 extern const char* const kSummaryUsage;
 extern const char* const kExportUsage;
 extern const char* const kReportUsage;
+extern const char* const kDiffUsage;
+extern const char* const kTrafficUsage;

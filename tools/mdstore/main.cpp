@@ -17,7 +17,7 @@ struct Verb {
 const Verb kVerbs[] = {
     {"info", InfoVerb},     {"cat", CatVerb},         {"copy", CopyVerb},
     {"verify", VerifyVerb}, {"summary", SummaryVerb}, {"export", ExportVerb},
-    {"report", ReportVerb},
+    {"report", ReportVerb}, {"diff", DiffVerb},       {"traffic", TrafficVerb},
 };
 
 }  // namespace
