@@ -27,6 +27,19 @@ void PutFrameHeader(unsigned char* header, std::uint32_t type, std::uint32_t nam
     PutBig(header + 12, payloadLength);
 }
 
+bool ValidName(const char* name, std::size_t length) {
+    if (length == 0 || length > kMaxNameLength) {
+        return false;
+    }
+    for (std::size_t i = 0; i < length; ++i) {
+        const unsigned char c = static_cast<unsigned char>(name[i]);
+        if (c <= ' ' || c >= 0x7F || c == '/') {
+            return false;
+        }
+    }
+    return true;
+}
+
 bool ParseFrame(unsigned char* datagram, std::size_t length, FrameView& view) {
     if (length < kFrameHeaderSize || GetBig(datagram) != kFrameMagic) {
         return false;
@@ -36,6 +49,9 @@ bool ParseFrame(unsigned char* datagram, std::size_t length, FrameView& view) {
     // Both bounds are checked before adding, so hostile lengths cannot wrap the sum.
     if (nameLength == 0 || nameLength > kMaxNameLength || payloadLength > IpcMessage::kMaxPayload ||
         length != kFrameHeaderSize + nameLength + payloadLength) {
+        return false;
+    }
+    if (!ValidName(reinterpret_cast<const char*>(datagram + kFrameHeaderSize), nameLength)) {
         return false;
     }
     view.type = GetBig(datagram + 4);

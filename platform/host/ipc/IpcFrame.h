@@ -32,4 +32,9 @@ struct FrameView {
 // False when the datagram is not one complete, well-formed frame.
 bool ParseFrame(unsigned char* datagram, std::size_t length, FrameView& view);
 
+// An endpoint name is 1..kMaxNameLength printable ASCII characters without blanks or '/': names
+// are printed in log lines and name files in the domain, so none may forge a line or point
+// outside the domain.
+bool ValidName(const char* name, std::size_t length);
+
 }  // namespace hostipc

@@ -84,8 +84,8 @@ LinxIpcImpl::~LinxIpcImpl() {
 bool LinxIpcImpl::FillAddress(const std::string& destination, struct sockaddr_un& address,
                               socklen_t& length) const {
     const std::size_t total = domain_.size() + 1 + destination.size();
-    if (destination.empty() || destination.size() > hostipc::kMaxNameLength ||
-        destination.find('/') != std::string::npos || total >= sizeof address.sun_path) {
+    if (!hostipc::ValidName(destination.data(), destination.size()) ||
+        total >= sizeof address.sun_path) {
         return false;
     }
     std::memset(&address, 0, sizeof address);

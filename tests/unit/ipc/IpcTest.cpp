@@ -231,6 +231,7 @@ TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
     {
         LinxIpc first("Owner");
         ASSERT_EQ(0, first.Init());
+        EXPECT_NE(0, LinxIpc("Forged\nLine").Init());  // a name that could forge a log line
         // A refused endpoint, also once gone, leaves the name to the live one.
         EXPECT_NE(0, LinxIpc("Owner").Init());
         LinxIpc other("Other");
