@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "DriveRecords.h"
+#include "Options.h"
 #include "Verbs.h"
 
 const char* const kDiffUsage =
@@ -40,15 +41,12 @@ std::size_t Resync(const std::vector<DriveRecord>& x, std::size_t i,
 }  // namespace
 
 int DiffVerb(int argc, char** argv) {
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
-        std::fputs(kDiffUsage, stdout);
-        return 0;
+    Options options;
+    const int early = ParseOptions(argc, argv, 0, 2, kDiffUsage, options);
+    if (early >= 0) {
+        return early;
     }
-    if (args.size() != 2) {
-        std::fputs(kDiffUsage, stderr);
-        return 1;
-    }
+    const std::vector<std::string>& args = options.paths;
     std::vector<DriveRecord> drives[2];
     for (int i = 0; i < 2; ++i) {
         int runs = 0;

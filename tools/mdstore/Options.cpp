@@ -72,7 +72,7 @@ bool Options::Keeps(const mdj::RecordView& record, const long long* utcMs) const
 }
 
 int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount, const char* usage,
-                 Options& options) {
+                 Options& options, std::size_t optionalPaths) {
     const char* verb = argv[0];
     std::vector<option> longOptions;
     std::string shortOptions = ":h";
@@ -175,7 +175,7 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
     for (int i = optind; i < argc; ++i) {
         options.paths.push_back(argv[i]);
     }
-    if (options.paths.size() != pathCount) {
+    if (options.paths.size() < pathCount || options.paths.size() > pathCount + optionalPaths) {
         return UsageError(verb, pathCount == 1 ? "needs one PATH"
                                                : "needs " + std::to_string(pathCount) + " paths");
     }

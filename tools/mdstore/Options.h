@@ -41,10 +41,11 @@ struct Options {
     bool Keeps(const mdj::RecordView& record, const long long* utcMs) const;
 };
 
-// Parses argv (argv[0] is the verb) for a verb taking `allowed` and `pathCount` paths. Returns
-// -1 to go on, else the exit status: 0 after --help, 1 after a usage error.
+// Parses argv (argv[0] is the verb) for a verb taking `allowed`, `pathCount` paths and up to
+// `optionalPaths` more. Returns -1 to go on, else the exit status: 0 after --help, 1 after a
+// usage error.
 int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount, const char* usage,
-                 Options& options);
+                 Options& options, std::size_t optionalPaths = 0);
 
 // "mdstore: VERB: PROBLEM (mdstore VERB --help for usage)" on standard error; returns 1.
 int UsageError(const char* verb, const std::string& problem);

@@ -16,6 +16,7 @@
 #include "HalItems.h"
 #include "Item.h"
 #include "MicItems.h"
+#include "Options.h"
 #include "PlatformTypes.h"
 #include "RecordSchema.h"
 #include "StreamingLvsStateItem.h"
@@ -674,15 +675,12 @@ int Inverter::Run() {
 }  // namespace
 
 int TrafficVerb(int argc, char** argv) {
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    if (args.size() == 1 && (args[0] == "--help" || args[0] == "-h")) {
-        std::fputs(kTrafficUsage, stdout);
-        return 0;
+    Options options;
+    const int early = ParseOptions(argc, argv, 0, 1, kTrafficUsage, options, 1);
+    if (early >= 0) {
+        return early;
     }
-    if (args.empty() || args.size() > 2 || args[0].empty() || args[0][0] == '-') {
-        std::fputs(kTrafficUsage, stderr);
-        return 1;
-    }
+    const std::vector<std::string>& args = options.paths;
     std::vector<DriveRecord> records;
     int runs = 0;
     std::string error;
