@@ -109,7 +109,10 @@ public:
     // Simulated metadata (simulator mode)
     void SimulateData();
     // Replaces the simulator's time-seeded draw, for reproducible runs; null restores it.
-    void SetSimulatorDraw(SimulatorDraw draw) { simulator.draw = draw; }
+    void SetSimulatorDraw(SimulatorDraw draw, void* context = nullptr) {
+        simulator.draw = draw;
+        simulator.drawContext = context;
+    }
 
     // Handlers registered on the endpoint (PreInit) ...
     static void PingHandler(LinxIpc* ipc, void* context);

@@ -88,14 +88,8 @@ void Advance(unsigned short& degrees, unsigned short& minutes, unsigned int& fra
     }
 }
 
-// Reseeding with the current second before each draw is deliberate: draws within one second
-// repeat, so the simulated state changes at most about once a second.
 int Draw(const SimulatorState& state) {
-    if (state.draw != nullptr) {
-        return state.draw();
-    }
-    std::srand(static_cast<unsigned int>(std::time(nullptr)));
-    return std::rand();
+    return state.draw != nullptr ? state.draw(state.drawContext) : SimulatorClockDraw();
 }
 int D100(const SimulatorState& state) {
     return Draw(state) % 100 + 1;
@@ -243,6 +237,13 @@ void SimulateRadar(SimulatorState& sim, DataStore& store, unsigned char* record)
 }
 
 }  // namespace
+
+// Reseeding with the current second before each draw is deliberate: the bench has always seen
+// the simulation change about once a second.
+int SimulatorClockDraw() {
+    std::srand(static_cast<unsigned int>(std::time(nullptr)));
+    return std::rand();
+}
 
 void MetadataMgr::SimulateData() {
     const unsigned int tick = systick.SystemTick();

@@ -3,11 +3,16 @@
 
 #include "HalItems.h"
 
-// One random draw (rand()'s range). The default reseeds with the current second first.
-typedef int (*SimulatorDraw)();
+// One random draw (rand()'s range).
+typedef int (*SimulatorDraw)(void* context);
+
+// The simulator's own draw: reseeds with the current second first, so draws within one second
+// repeat and the simulated state changes at most about once a second.
+int SimulatorClockDraw();
 
 struct SimulatorState {
-    SimulatorDraw draw = nullptr;  // null: srand(time(nullptr)); rand()
+    SimulatorDraw draw = nullptr;  // null: SimulatorClockDraw
+    void* drawContext = nullptr;
 
     bool lights = false;
     bool brakes = false;

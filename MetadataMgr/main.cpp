@@ -13,6 +13,7 @@
 #include "MetadataMgr.h"
 #include "ProcessInitializer.h"
 #include "ProcessState.h"
+#include "SimulatorDrawFile.h"
 
 namespace {
 
@@ -77,7 +78,15 @@ int main(int argc, char* argv[]) {
 
     int status = 1;
     {
+        SimulatorDrawFile draws;
         MetadataMgr manager;
+#ifdef HOST_PLATFORM
+        // A bench replaying a simulated drive gives the simulator the drive's draws.
+        const char* drawPath = std::getenv("SIMULATOR_DRAWS");
+        if (gSimulatorMode && drawPath != nullptr && *drawPath != '\0' && draws.Open(drawPath)) {
+            manager.SetSimulatorDraw(SimulatorDrawFile::Next, &draws);
+        }
+#endif
         ProcessInitializer<MetadataMgr> initializer(manager, e_Process_MetadataMgr);
         std::set_terminate(KorvaneTerminateHandler);
         gStateMgrName = LinxServerNameList::Instance().Name(e_Process_StateMgr);

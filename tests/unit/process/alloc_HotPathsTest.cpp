@@ -44,7 +44,7 @@ void Start(ManagerHarness& h) {
     ASSERT_TRUE(h.manager->GetWatchdog().Subscribe(30));
 }
 
-int Draw() {
+int Draw(void*) {
     static unsigned int state = 12345;
     state = state * 1103515245u + 12345u;
     return static_cast<int>((state >> 16) & 0x7FFF);

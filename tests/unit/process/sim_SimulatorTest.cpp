@@ -11,7 +11,7 @@ namespace {
 
 // Raw draws handed out in order; the simulator must use exactly those scripted per call.
 std::deque<int> gDraws;
-int ScriptedDraw() {
+int ScriptedDraw(void*) {
     if (gDraws.empty()) {
         ADD_FAILURE() << "the simulator drew more often than scripted";
         return 0;
