@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <vector>
 
 #include "ManagerHarness.h"
 #include "ProcessState.h"
+#include "SimulatorDrawFile.h"
+#include "TestEnv.h"
 
 namespace {
 
@@ -176,4 +179,32 @@ TEST(Simulator, RadarOnlyFollowsTheBandTable) {
                                     : "ValidSpeed 2 false");
     }
     EXPECT_EQ(expected, Brief(Reports(h), {}, {"source", "speedA", "speedB", "speedC", "valid"}));
+}
+
+// A bench's list of draws is taken line by line, comments and blank lines skipped; at a line
+// that is no draw, and at the end of the list, the simulator goes back to the clock and says so.
+TEST(Simulator, DrawFileGivesItsDrawsThenTheClock) {
+    TestEnv env;
+    LogCapture log(env.Path("log"), 0xFFFFFFFFu);
+    SimulatorDrawFile missing;
+    EXPECT_FALSE(missing.Open(env.Path("none").c_str()));
+    EXPECT_EQ(1u, log.Count("cannot read"));
+    const struct {
+        const char* text;
+        std::vector<int> draws;
+        const char* said;
+    } kLists[] = {
+        {"5\n# kept for the bench\n\n32767\n", {5, 32767}, "ended after 2 draws"},
+        {"7\n-1\n9\n", {7}, "line 2 is no draw ('-1')"},
+        {"7\n123456789012345678901234567890123\n", {7}, "line 2 is too long"},
+    };
+    for (const auto& list : kLists) {
+        SimulatorDrawFile file;
+        ASSERT_TRUE(file.Open(env.WriteFile("draws", list.text).c_str()));
+        for (int draw : list.draws) {
+            EXPECT_EQ(draw, SimulatorDrawFile::Next(&file)) << list.text;
+        }
+        SimulatorDrawFile::Next(&file);  // the clock's
+        EXPECT_EQ(1u, log.Count(list.said)) << log.Text();
+    }
 }
