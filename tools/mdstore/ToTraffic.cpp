@@ -19,7 +19,9 @@
 #include "Options.h"
 #include "PlatformTypes.h"
 #include "RecordSchema.h"
+#include "SimulatedDrive.h"
 #include "StreamingLvsStateItem.h"
+#include "TrafficRecords.h"
 #include "Verbs.h"
 #include "VideoMgrItems.h"
 
@@ -45,63 +47,6 @@ const unsigned int kSubscribeReply = 0xFFFFFF11u;
 const unsigned int kShutdownNotice = 0xFFFFFF01u;
 const unsigned int kPing = 13488;
 const unsigned int kPingResponse = 13489;
-
-// The fields of a record in call order (the report flag and texts apart).
-class Values : public mdj::FieldVisitor {
-public:
-    std::vector<long long> n;
-    std::vector<std::string> texts;
-    bool flag = false;
-
-    void BeginObject(const char*) override {}
-    void EndObject() override {}
-    void BeginArray(const char*) override {}
-    void EndArray() override {}
-    void Unsigned(const char*, std::uint32_t value) override { n.push_back(value); }
-    void Signed(const char*, std::int32_t value) override { n.push_back(value); }
-    void Boolean(const char* name, bool value) override {
-        if (name != nullptr && std::strcmp(name, "flag") == 0) {
-            flag = value;
-        } else {
-            n.push_back(value);
-        }
-    }
-    void Text(const char*, const char* text, std::size_t size) override {
-        texts.emplace_back(text, size);
-    }
-    void Mac(const char*, const unsigned char*) override {}
-};
-
-struct Rec {
-    std::uint8_t op = 0;
-    Values v;
-    std::uint32_t time = 0;  // its own tick when it has a real one, else the store's
-    // Absent fields read 0 and empty: a server the store has no values of serves defaults.
-    std::uint32_t U(std::size_t index) const {
-        return index < v.n.size() ? static_cast<std::uint32_t>(v.n[index]) : 0;
-    }
-    const char* T(std::size_t index) const {
-        return index < v.texts.size() ? v.texts[index].c_str() : "";
-    }
-};
-
-// The six inputs in the order the handler reports them.
-struct Input {
-    unsigned int bit;
-    unsigned int on;
-    unsigned int off;
-};
-const Input kInputs[] = {{0x8000, 52, 53}, {0x10000, 56, 57}, {0x20000, 54, 55},
-                         {0x4000, 60, 61}, {0x80000, 62, 63}, {0x2000, 68, 69}};
-
-int InputIndex(unsigned int tag) {
-    for (int i = 0; i < 6; ++i) {
-        if (tag == kInputs[i].on || tag == kInputs[i].off) {
-            return i;
-        }
-    }
-    return -1;
-}
 
 template <typename T>
 void Put(Bytes& out, T value) {
@@ -133,7 +78,9 @@ public:
         }
         std::fprintf(out_, "%llu sent %s %s %u %s\n", ms_, role, kProcess, type,
                      hex.empty() ? "-" : hex.c_str());
+        ++sent_;
     }
+    unsigned long SentCount() const { return sent_; }
     void Serve(const char* role, unsigned int itemId, unsigned int notifyId, const Item& item) {
         Recv(role, kSubscribeRequest);
         const unsigned int head[3] = {itemId, notifyId, 0};
@@ -155,34 +102,44 @@ public:
         Sent("Cli", kPing, Bytes());
         Recv("Cli", kPingResponse);
     }
+    // Everything sent before has been handled, and the loop pass after it has run.
+    void Sync() { std::fprintf(out_, "%llu sync Cli %s\n", ms_, kProcess); }
     void Comment(const std::string& text) { std::fprintf(out_, "# %s\n", text.c_str()); }
 
 private:
     std::FILE* out_;
+    unsigned long sent_ = 0;
     unsigned long long ms_ = 0;
     bool ticked_ = false;
     std::uint32_t tick_ = 0;
 };
 
+std::vector<Rec> Decoded(const std::vector<DriveRecord>& records) {
+    std::vector<Rec> recs(records.size());
+    for (std::size_t k = 0; k < records.size(); ++k) {
+        const DriveRecord& record = records[k];
+        Rec& rec = recs[k];
+        rec.op = record.op;
+        mdj::WalkRecord(record.op, record.body.data(), record.body.size(), &rec.v);
+        rec.stamp = record.stamp;
+        rec.time = mdj::RecordTime(record.op, record.stamp, record.body.data(), record.body.size());
+    }
+    return recs;
+}
+
 class Inverter {
 public:
-    Inverter(const std::vector<DriveRecord>& records, Writer& out) : raw_(records), out_(out) {
-        for (const DriveRecord& record : records) {
-            recs_.emplace_back();
-            Rec& rec = recs_.back();
-            rec.op = record.op;
-            mdj::WalkRecord(record.op, record.body.data(), record.body.size(), &rec.v);
-            rec.time =
-                mdj::RecordTime(record.op, record.stamp, record.body.data(), record.body.size());
-        }
-    }
+    Inverter(const std::vector<DriveRecord>& records, const std::vector<Rec>& recs,
+             const SimulatedDrive& simulation, Writer& out)
+        : raw_(records), recs_(recs), simulation_(simulation), out_(out), limit_(recs.size()) {}
 
     // Returns the number of records that no traffic reproduces exactly.
     int Run();
 
 private:
+    // Records beyond `limit_` belong to what comes next: no message takes them.
     bool Is(std::size_t k, std::uint8_t op, bool flag) const {
-        return k < recs_.size() && recs_[k].op == op && recs_[k].v.flag == flag;
+        return k < limit_ && RecIs(recs_, k, op, flag);
     }
     void Lost(std::size_t k, const char* why) {
         out_.Comment(std::string(why) + ": record " + std::to_string(raw_[k].number) + " " +
@@ -200,10 +157,22 @@ private:
     std::size_t Temps(std::size_t k, bool flag, TempStatus& item) const;
     // A change from the records at k: the number of records its traffic produces (0: none).
     std::size_t Change(std::size_t k);
+    // Every change, each at its own time, then the quit.
+    void RunChanges();
+    // A simulated drive, loop pass by loop pass: before each, the one message (or a ping) that
+    // the loop received, then the process's own simulated records.
+    void RunPasses();
+    // The records [k, end) as the one message that wrote them; returns how many it took.
+    unsigned long Message(std::size_t k, std::size_t end);
+    // Records one message writes that are otherwise sent one by one: a camera item's four
+    // ports, a microphone list.
+    bool OneItem(std::size_t k, std::size_t end);
 
     const std::vector<DriveRecord>& raw_;
-    std::vector<Rec> recs_;
+    const std::vector<Rec>& recs_;
+    const SimulatedDrive& simulation_;
     Writer& out_;
+    std::size_t limit_;
     std::size_t next_ = 0;
     unsigned int levels_ = 0;  // the inputs' levels as the last notice left them
     int lost_ = 0;
@@ -617,9 +586,11 @@ std::size_t Inverter::Change(std::size_t k) {
                 return 0;
             }
             // The handler stamps it with the process's own last tick: set the clock and let
-            // a loop pass read it first.
-            out_.Tick(rec.U(6));
-            out_.Ping();
+            // a loop pass read it first (in a simulated drive the pass before did).
+            if (!simulation_.Simulated()) {
+                out_.Tick(rec.U(6));
+                out_.Ping();
+            }
             ExternalMgrApi::StreamingLvsStateItem item;
             item.SetCamera(static_cast<unsigned short>(rec.U(1)));
             item.SetHighQuality(rec.U(2) != 0);
@@ -650,6 +621,17 @@ int Inverter::Run() {
     Subscribe();
     out_.Recv("StateMgr", 13234);
     out_.Sent("StateMgr", 13235, Bytes());
+    if (simulation_.Simulated()) {
+        RunPasses();
+    } else {
+        RunChanges();
+    }
+    out_.Sent("StateMgr", kShutdownNotice, Bytes());
+    out_.Recv("StateMgr", 13239);
+    return lost_;
+}
+
+void Inverter::RunChanges() {
     // Changes keep their distances in time; a clock that went back counts as no time.
     const std::uint32_t base = next_ < recs_.size() ? recs_[next_].time : 0;
     unsigned long long ms = 0;
@@ -667,9 +649,95 @@ int Inverter::Run() {
         k += count > 0 ? count : 1;
     }
     out_.Ping();
-    out_.Sent("StateMgr", kShutdownNotice, Bytes());
-    out_.Recv("StateMgr", 13239);
-    return lost_;
+}
+
+void Inverter::RunPasses() {
+    const std::vector<SimulatedPass>& passes = simulation_.Passes();
+    out_.Comment(std::string("simulator ") + (simulation_.RadarOnly() ? "-s -r" : "-s"));
+    out_.Comment("a simulated drive of " + std::to_string(passes.size()) +
+                 " loop passes: each is driven by the message before it (a ping where the "
+                 "loop woke without one) and a sync, so that it reads the clock of its records");
+    const std::uint32_t base = passes.front().tick;
+    unsigned long long ms = 0;
+    std::size_t k = next_;
+    for (const SimulatedPass& pass : passes) {
+        if (pass.tick - base > ms && pass.tick - base < 0x80000000u) {
+            ms = pass.tick - base;
+        }
+        out_.At(ms);
+        out_.Tick(pass.tick);
+        if (Message(k, pass.first) == 0) {
+            out_.Ping();
+        }
+        out_.Sync();
+        k = pass.first + pass.count;
+    }
+    // The last message came together with the quit right behind it: no pass followed it.
+    Message(k, recs_.size());
+}
+
+unsigned long Inverter::Message(std::size_t k, std::size_t end) {
+    const unsigned long before = out_.SentCount();
+    limit_ = end;
+    if (!OneItem(k, end)) {
+        while (k < end) {
+            const std::size_t count = Change(k);
+            if (count == 0) {
+                Lost(k, "not invertible (no notice or request produces it here)");
+            }
+            k += count > 0 ? count : 1;
+        }
+    }
+    limit_ = recs_.size();
+    const unsigned long messages = out_.SentCount() - before;
+    if (messages > 1) {
+        out_.Comment("the " + std::to_string(messages) +
+                     " messages above wrote what one message wrote before one loop pass: the "
+                     "replay makes a loop pass after each");
+        ++lost_;
+    }
+    return messages;
+}
+
+bool Inverter::OneItem(std::size_t k, std::size_t end) {
+    if (end - k == 4) {
+        VideoMgrCameraItem camera;
+        bool ports = true;
+        for (std::size_t port = 0; port < 4; ++port) {
+            const Rec& rec = recs_[k + port];
+            ports = ports && Is(k + port, mdj::kOpReportCameraState, true) && rec.U(0) == port &&
+                    rec.U(2) == recs_[k].U(2);
+            camera.cameraState[port] = static_cast<e_CameraState>(rec.U(1));
+        }
+        camera.tick = recs_[k].U(2);
+        if (ports) {
+            out_.Sent("VideoMgr", 13513, Encoded(camera));
+            return true;
+        }
+    }
+    MicStatusResponse mics;
+    if (end - k > 2 && Mics(k, true, mics) == end - k) {
+        out_.Sent("MicMgr", 13511, Encoded(mics));
+        return true;
+    }
+    return false;
+}
+
+bool WriteDraws(const std::string& path, const std::vector<int>& draws) {
+    std::FILE* file = std::fopen(path.c_str(), "w");
+    if (file == nullptr) {
+        std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
+        return false;
+    }
+    std::fprintf(file, "# the simulator's draws of a replayed drive, in the order it takes them\n");
+    for (int draw : draws) {
+        std::fprintf(file, "%d\n", draw);
+    }
+    if (std::fclose(file) != 0) {
+        std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
+        return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -695,6 +763,30 @@ int TrafficVerb(int argc, char** argv) {
                      args[0].c_str(), runs);
         return 2;
     }
+    const std::vector<Rec> recs = Decoded(records);
+    SimulatedDrive simulation;
+    simulation.Find(recs, 0);
+    std::vector<int> draws;
+    if (simulation.Simulated()) {
+        // The simulator's draws go beside the capture: the process reads them from a file.
+        if (args.size() < 2) {
+            std::fprintf(stderr,
+                         "mdstore: %s is a simulated drive: name a CAPTURE file, its simulator "
+                         "draws go beside it (CAPTURE.draws)\n",
+                         args[0].c_str());
+            return 1;
+        }
+        if (!simulation.Draws(recs, draws, error)) {
+            std::fprintf(stderr, "mdstore: %s: the simulator cannot have written this drive (%s)\n",
+                         args[0].c_str(), error.c_str());
+            return 2;
+        }
+        std::fprintf(stderr,
+                     "mdstore: a simulated drive of %zu loop passes: replay it into MetadataMgr "
+                     "%s with SIMULATOR_DRAWS=%s.draws\n",
+                     simulation.Passes().size(), simulation.RadarOnly() ? "-s -r" : "-s",
+                     args[1].c_str());
+    }
     std::FILE* out = args.size() == 2 ? std::fopen(args[1].c_str(), "w") : stdout;
     if (out == nullptr) {
         std::fprintf(stderr, "mdstore: cannot write %s\n", args[1].c_str());
@@ -705,9 +797,10 @@ int TrafficVerb(int argc, char** argv) {
     std::memcpy(&first, &one, 1);
     std::fprintf(out, "linxpeer-capture 1 %s\n", first == 1 ? "little" : "big");
     Writer writer(out);
-    const int lost = Inverter(records, writer).Run();
+    const int lost = Inverter(records, recs, simulation, writer).Run();
     if (lost > 0) {
         std::fprintf(stderr, "mdstore: %d records no traffic reproduces exactly (# lines)\n", lost);
     }
-    return (out == stdout ? std::fflush(out) : std::fclose(out)) == 0 ? 0 : 2;
+    const bool written = (out == stdout ? std::fflush(out) : std::fclose(out)) == 0;
+    return written && (!simulation.Simulated() || WriteDraws(args[1] + ".draws", draws)) ? 0 : 2;
 }
