@@ -266,6 +266,7 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
                              "send as Cli MetadataMgr MicState u32:2015 u32:2 u8:1 u8:1\n"
                              "send as Cli MetadataMgr RecordStartStop u32:0 u8:1\n"
                              "push StateMgr 2 tick=2016\n"
+                             "sync as Cli MetadataMgr\n"
                              "clear\n"
                              "restart TempHal\n"
                              "expect SubscribeRequest from MetadataMgr to TempHal u32@4=13515\n"
@@ -281,7 +282,9 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
     EXPECT_EQ(0, traffic.exitCode) << traffic.err;
     EXPECT_EQ("", traffic.err);
     Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick");
-    Drive(env, {"-t", "30000", "--speed", "10", "--replay", env.Path("capture")}, "fast", "clock");
+    EXPECT_THAT(Drive(env, {"-t", "30000", "--speed", "10", "--replay", env.Path("capture")},
+                      "fast", "clock"),
+                HasSubstr("synced Cli <- MetadataMgr"));
     for (const char* replayed : {"back", "fast"}) {
         const ProgramResult diff =
             Mdstore(env, {"diff", env.MetadataPath(), env.Path(replayed) + "/metadata/metadata"});

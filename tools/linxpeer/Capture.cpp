@@ -87,8 +87,9 @@ void Capture::Message(const char* direction, const std::string& role, const std:
     }
 }
 
-void Capture::Event(const char* what, const std::string& role) {
-    std::fprintf(file_, "%llu %s %s\n", Elapsed(), what, role.c_str());
+void Capture::Event(const char* what, const std::string& role, const std::string& other) {
+    std::fprintf(file_, "%llu %s %s%s%s\n", Elapsed(), what, role.c_str(), other.empty() ? "" : " ",
+                 other.c_str());
     if (std::strcmp(what, "close") == 0) {
         // A server that died has forgotten its subscribers.
         for (auto& item : subscribers_) {

@@ -5,6 +5,8 @@
 //   MS recv ROLE SENDER TYPE HEX      ROLE received a message
 //   MS sent ROLE DEST TYPE HEX        ROLE sent one (subscribe replies included)
 //   MS close ROLE | MS open ROLE      the role's process died, or started again
+//   MS sync ROLE OTHER                OTHER answered ROLE's sync request: all ROLE sent it before
+//                                     is handled and its loop is waiting again
 //   MS tick N                         the vehicle's system tick is now N (written by mdstore)
 //
 // MS: milliseconds since the session began; TYPE decimal; HEX the payload, "-" when empty.
@@ -32,7 +34,7 @@ public:
 
     void Message(const char* direction, const std::string& role, const std::string& other,
                  unsigned int type, const Bytes& payload);
-    void Event(const char* what, const std::string& role);
+    void Event(const char* what, const std::string& role, const std::string& other = "");
     // The notices a push sends: one per subscriber the role has seen ask for the item.
     void Pushed(const std::string& role, unsigned int itemId, const Bytes& payload);
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "FieldCodec.h"
+#include "HostSync.h"
 #include "LinxIpc.h"
 
 namespace {
@@ -42,6 +43,9 @@ const MessageInfo kMessages[] = {
     {LinxIpc::kSubscribeRequest, "SubscribeRequest", "", "u32 u32"},
     {LinxIpc::kSubscribeReply, "SubscribeReply", "", "u32 u32 u32"},
     {LinxIpc::kUnsubscribeRequest, "UnsubscribeRequest", "", ""},
+    // The host platform's sync round trip (HostSync.h).
+    {hostipc::kSyncRequest, "SyncRequest", "", ""},
+    {hostipc::kSyncReply, "SyncReply", "", ""},
 };
 
 // The reserved types of the IPC layer read better in hex.

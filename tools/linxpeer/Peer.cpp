@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "Capture.h"
+#include "HostSync.h"
 #include "Messages.h"
 
 namespace {
@@ -219,6 +220,17 @@ bool Peer::Pump(int ms) {
 }
 
 void Peer::Record(Role& role, const IpcMessage& message) {
+    // A sync reply is no traffic of the session: it only ends the role's sync step.
+    if (message.MsgType() == hostipc::kSyncReply) {
+        if (!role.synced && message.GetSender() == role.syncWith) {
+            role.synced = true;
+            std::printf("synced %s <- %s\n", role.Name().c_str(), role.syncWith.c_str());
+            if (Capture::Active() != nullptr) {
+                Capture::Active()->Event("sync", role.Name(), role.syncWith);
+            }
+        }
+        return;
+    }
     Received received;
     received.number = ++received_;
     received.role = role.Name();
@@ -272,6 +284,19 @@ bool Peer::Send(Role& from, const std::string& destination, unsigned int type, c
     if (Capture::Active() != nullptr) {
         Capture::Active()->Message("sent", from.Name(), destination, type, payload);
     }
+    return true;
+}
+
+bool Peer::Sync(Role& from, const std::string& destination, std::string& error) {
+    from.syncWith = destination;
+    from.synced = false;
+    IpcMessage request;
+    if (!from.Alive() || request.Allocate(hostipc::kSyncRequest, 0, nullptr) != 0 ||
+        from.Ipc().Notify(destination, request, true) != 0) {
+        error = "sync request to " + destination + " failed";
+        return false;
+    }
+    std::printf("sync %s -> %s\n", from.Name().c_str(), destination.c_str());
     return true;
 }
 

@@ -88,6 +88,9 @@ public:
     unsigned char subscribeFlag = 1;
     bool sendFullRun = true;
     std::vector<std::string> announced;  // endpoints that sent the started notice
+    // The endpoint whose sync reply the role waits for (Peer::Sync), and whether it came.
+    std::string syncWith;
+    bool synced = false;
     // Playing the stream manager: answer the recording question with `reid`.
     bool streamMgr = false;
     std::string reid;
@@ -124,6 +127,10 @@ public:
     void Record(Role& role, const IpcMessage& message);
     bool Send(Role& from, const std::string& destination, unsigned int type, const Bytes& payload,
               std::string& error);
+
+    // Sends a sync request to `destination`: its reply sets from.synced once every message
+    // `from` sent before it has been handled and the destination's loop is waiting again.
+    bool Sync(Role& from, const std::string& destination, std::string& error);
 
     std::list<Received>& Inbox() { return inbox_; }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Capture.h"
+#include "HostSync.h"
 #include "Messages.h"
 
 namespace {
@@ -15,7 +16,7 @@ namespace {
 struct Line {
     int number = 0;
     unsigned long long ms = 0;
-    std::string kind;  // recv sent open close tick
+    std::string kind;  // recv sent sync open close tick
     std::string role;
     std::string other;
     unsigned int type = 0;
@@ -43,6 +44,10 @@ bool ParseLine(const std::string& text, int number, Line& line) {
             return Fail(number, "usage: MS " + line.kind + " ROLE OTHER TYPE HEX");
         }
         return true;
+    }
+    if (line.kind == "sync") {
+        return (words >> line.role >> line.other) ? true
+                                                  : Fail(number, "usage: MS sync ROLE OTHER");
     }
     if (line.kind == "open" || line.kind == "close") {
         return (words >> line.role) ? true : Fail(number, "usage: MS " + line.kind + " ROLE");
@@ -168,14 +173,20 @@ int Run(Peer& peer, const std::string& path, double speed, int withinMs) {
     unsigned long sent = 0;
     for (std::size_t i = first; i < lines.size(); ++i) {
         const Line& line = lines[i];
-        if (line.kind == "recv") {
+        // A sync line: everything sent before is handled and OTHER's loop pass after it done.
+        const bool sync = line.kind == "sync";
+        if (line.kind == "recv" || sync) {
+            Role& role = *peer.Find(line.role);
+            if (sync && !peer.Sync(role, line.other, error)) {
+                return Fail(line.number, error), 2;
+            }
             const unsigned long long deadline = capture::NowMs() + withinMs;
-            while (!Take(peer, line)) {
+            while (sync ? !role.synced : !Take(peer, line)) {
                 if (capture::NowMs() >= deadline || !peer.Pump(2)) {
                     std::printf("FAIL capture:%d: %s did not receive %s from %s within %d ms\n",
                                 line.number, line.role.c_str(),
-                                messages::Describe(line.type).c_str(), line.other.c_str(),
-                                withinMs);
+                                messages::Describe(sync ? hostipc::kSyncReply : line.type).c_str(),
+                                line.other.c_str(), withinMs);
                     return 1;
                 }
             }

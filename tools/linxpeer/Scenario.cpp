@@ -25,6 +25,9 @@ const Scenario::Kind Scenario::kKinds[] = {
     {"never", 0, &Scenario::NeverStep,
      "never [TYPE] [from SENDER] [to ROLE] [within MS] [CHECK...]",
      "fail when a matching message arrives within MS (default 1000)"},
+    {"sync", 1, &Scenario::SyncStep, "sync [as ROLE] PROCESS [within MS]",
+     "wait until PROCESS has handled everything sent to it before and its loop waits again "
+     "(host platform only; costs the process no loop pass)"},
     {"wait", 1, &Scenario::WaitStep, "wait MS", "keep serving every role for MS milliseconds"},
     {"print", 0, &Scenario::PrintStep, "print",
      "list every message received so far ('taken' = matched by an expect)"},
@@ -281,6 +284,27 @@ Scenario::Result Scenario::SendStep(const Args& args) {
     e_Process number;
     const std::string destination = Peer::ResolveName(options.rest[0], number);
     return peer_.Send(*from, destination, type, payload, error_) ? kPassed : Fail(error_);
+}
+
+Scenario::Result Scenario::SyncStep(const Args& args) {
+    Options options;
+    if (!ParseOptions(args, false, options)) {
+        return kError;
+    }
+    if (options.rest.size() != 1) {
+        return Error("usage: sync [as ROLE] PROCESS [within MS]");
+    }
+    Role* from = options.as.empty() ? peer_.Default(error_) : peer_.Open(options.as, error_);
+    e_Process number;
+    const std::string destination = Peer::ResolveName(options.rest[0], number);
+    if (from == nullptr || !peer_.Sync(*from, destination, error_)) {
+        return from == nullptr ? kError : Fail(error_);
+    }
+    const int within = options.within >= 0 ? options.within : withinMs_;
+    return WaitFor(within, [&] { return from->synced; })
+               ? kPassed
+               : Fail(destination + " did not answer the sync within " + std::to_string(within) +
+                      " ms");
 }
 
 Scenario::Result Scenario::ExpectStep(const Args& args) {

@@ -62,6 +62,7 @@ private:
 
     Result RoleStep(const Args& args);
     Result SendStep(const Args& args);
+    Result SyncStep(const Args& args);
     Result ExpectStep(const Args& args);
     Result NeverStep(const Args& args);
     Result Expectation(const Args& args, bool wanted);

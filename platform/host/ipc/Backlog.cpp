@@ -86,7 +86,7 @@ void Backlog::Push(const FrameView& frame) {
 std::size_t Backlog::Find(unsigned int type, const std::string& sender) const {
     for (std::size_t at = SkipTaken(head_); at < tail_; at = SkipTaken(at + HeadAt(at).size)) {
         const Head head = HeadAt(at);
-        if ((type == 0 || head.type == type) &&
+        if (TypeMatches(type, head.type) &&
             (sender.empty() ||
              (sender.size() == head.senderLength &&
               std::memcmp(sender.data(), buffer_.get() + at + sizeof head, sender.size()) == 0))) {
@@ -101,9 +101,8 @@ unsigned int Backlog::TypeAt(std::size_t at) const {
 }
 
 void Backlog::Take(std::size_t at, IpcMessage& message, std::string& senderScratch) {
-    Head head = HeadAt(at);
+    const Head head = HeadAt(at);
     const unsigned char* record = buffer_.get() + at;
-    senderScratch.assign(reinterpret_cast<const char*>(record + sizeof head), head.senderLength);
     {
         SeamBypass bypass;
         // Only the heap can refuse (the payload is within bounds, the seam is bypassed): the
@@ -114,7 +113,14 @@ void Backlog::Take(std::size_t at, IpcMessage& message, std::string& senderScrat
             message.Allocate(head.type, 0, nullptr);
         }
     }
+    Drop(at, senderScratch);
     message.SetSender(senderScratch);
+}
+
+void Backlog::Drop(std::size_t at, std::string& sender) {
+    Head head = HeadAt(at);
+    sender.assign(reinterpret_cast<const char*>(buffer_.get() + at + sizeof head),
+                  head.senderLength);
     head.live = 0;
     std::memcpy(buffer_.get() + at, &head, sizeof head);
     --count_;

@@ -39,6 +39,8 @@ public:
     unsigned int TypeAt(std::size_t at) const;
     // Copies the message at `at` into `message` and removes it from the backlog.
     void Take(std::size_t at, IpcMessage& message, std::string& senderScratch);
+    // Removes the message at `at`, giving only its sender.
+    void Drop(std::size_t at, std::string& sender);
 
 private:
     struct Head {

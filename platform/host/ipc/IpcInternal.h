@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "HostSync.h"
 #include "LinxIpc.h"
 
 namespace hostipc {
@@ -14,8 +15,15 @@ const int kNotifyQueueFull = 2;              // the receiver's queue stayed full
 const int kNotifySendFailed = 3;             // bad destination name or another transport error
 const int kNotifyNotOpen = LinxIpc::kError;  // the sending endpoint was never opened
 const int kNotifyWaitMs = 1000;
-// Types from here up are the platform's own (LinxIpc::kShutdownNotice ... kUnsubscribeRequest).
+// Types from here up are the platform's own (LinxIpc::kShutdownNotice ... kUnsubscribeRequest,
+// the sync round trip of HostSync.h).
 const unsigned int kFirstReservedType = 0xFFFFFF00u;
+
+// A receive's type filter. 0 takes any message but a sync request: the unfiltered receive
+// answers those itself, and a receive for one sender holds them back like the rest.
+inline bool TypeMatches(unsigned int wanted, unsigned int type) {
+    return wanted == 0 ? type != kSyncRequest : type == wanted;
+}
 
 // Copies the platform makes for itself (held-back messages, protocol replies) are not
 // refused by hostseam::FailNextAllocations: the seam stands for the caller's own allocations.

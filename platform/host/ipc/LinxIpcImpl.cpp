@@ -152,7 +152,7 @@ int LinxIpcImpl::Init() {
     }
     datagram_.resize(hostipc::kFrameHeaderSize + hostipc::kMaxNameLength + IpcMessage::kMaxPayload +
                      1);
-    if (!backlog_.Allocate()) {
+    if (!backlog_.Allocate() || syncReply_.Allocate(hostipc::kSyncReply, 0, nullptr) != 0) {
         ::close(fd);
         return 3;
     }
@@ -327,6 +327,11 @@ void LinxIpcImpl::ReadAhead() {
     }
 }
 
+void LinxIpcImpl::AnswerSync() {
+    // A requester that does not read its replies falls under the stalled-peer pacing.
+    Notify(senderScratch_, syncReply_, true);
+}
+
 void LinxIpcImpl::Dispatch(const IpcMessage& message) {
     Handler handler;
     switch (message.MsgType()) {
@@ -354,7 +359,14 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     const bool any = type == 0 && sender.empty();
     IpcMessage& target = out != nullptr ? *out : current_;
     // What was read before and held back is older than anything still in the socket.
-    const std::size_t held = any ? backlog_.First() : backlog_.Find(type, sender);
+    std::size_t held = any ? backlog_.First() : backlog_.Find(type, sender);
+    // A sync request held back is answered when its turn comes: what came before it is handled.
+    while (any && held != hostipc::Backlog::kNone &&
+           backlog_.TypeAt(held) == hostipc::kSyncRequest) {
+        backlog_.Drop(held, senderScratch_);
+        AnswerSync();
+        held = backlog_.First();
+    }
     if (held != hostipc::Backlog::kNone) {
         backlog_.Take(held, target, senderScratch_);
     } else {
@@ -395,8 +407,17 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
             if (read == Read::kFailed) {
                 return LinxIpc::kError;
             }
+            if (read == Read::kGot && any && frame.type == hostipc::kSyncRequest) {
+                senderScratch_.assign(frame.sender, frame.senderLength);
+                AnswerSync();
+                // Answered in the call's last look: a flood of them ends it like silence.
+                if (remaining == 0) {
+                    return LinxIpc::kTimeout;
+                }
+                continue;
+            }
             if (read == Read::kGot) {
-                if ((type == 0 || frame.type == type) &&
+                if (hostipc::TypeMatches(type, frame.type) &&
                     (sender.empty() ||
                      (sender.size() == frame.senderLength &&
                       std::memcmp(sender.data(), frame.sender, frame.senderLength) == 0))) {

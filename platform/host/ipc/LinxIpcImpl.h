@@ -54,6 +54,8 @@ private:
     // Reads ahead, without waiting, one message into the backlog, so that a shutdown notice
     // right behind the state manager's message just taken is seen.
     void ReadAhead();
+    // Sends the sync reply to senderScratch_.
+    void AnswerSync();
     // Runs the handler for `message`'s type, if any.
     void Dispatch(const IpcMessage& message);
     int Send(const struct msghdr& frame, bool wait, const std::string& destination);
@@ -69,6 +71,7 @@ private:
     ino_t boundInode_ = 0;
     IpcMessage current_;
     IpcMessage notice_;
+    IpcMessage syncReply_;
     IpcMessage* active_ = &current_;
     hostipc::Backlog backlog_;
     bool backlogFullLogged_ = false;

@@ -19,6 +19,7 @@
 
 #include "ExternalMgrApi.h"
 #include "HostSeams.h"
+#include "HostSync.h"
 #include "Item.h"
 #include "LinxServerNameList.h"
 #include "StreamMgrApi.h"
@@ -325,6 +326,49 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrderAlsoInsideHandlers) 
     ASSERT_TRUE(Send(b, "Main", 30, "ping"));
     ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
     EXPECT_EQ((std::vector<std::string>{"1:b1-0", "1:b1-2", "30:ping"}), inside.calls);
+}
+
+// A sync request is answered by the main loop's receive when its turn comes, after everything
+// before it was handled and the loop came back, in a call that dispatches nothing for it; other
+// receives hold it back in order.
+TEST(LinxIpc, SyncIsAnsweredInItsTurnWithoutAPassOfItsOwn) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc q("Q");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, q.Init());
+    std::vector<std::string> log;
+    main.RegisterHandler(20, Record, &log);
+    IpcMessage got;
+    auto replied = [&] { return q.Receive(0, hostipc::kSyncReply, "Main", &got) == 0; };
+    ASSERT_TRUE(Send(q, "Main", 20, "a") && Send(q, "Main", hostipc::kSyncRequest, "x"));
+    ASSERT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_FALSE(replied());
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(50, 0, kAny, nullptr));
+    EXPECT_TRUE(replied());
+    EXPECT_EQ(0u, got.Size());
+    ASSERT_TRUE(Send(q, "Main", hostipc::kSyncRequest) && Send(q, "Main", 20, "b"));
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_TRUE(replied());
+    EXPECT_EQ((std::vector<std::string>{"20:a", "20:b"}), log);
+
+    // Held back by selective receives, even one for its sender, and answered after "c".
+    ASSERT_TRUE(Send(q, "Main", 20, "c") && Send(q, "Main", hostipc::kSyncRequest) &&
+                Send(q, "Main", 30, "d"));
+    EXPECT_EQ(0, main.Receive(1000, 30, kAny, &got));
+    EXPECT_FALSE(replied());
+    EXPECT_EQ(0, main.Receive(1000, 0, kAny, nullptr));
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, "Q", &got));
+    EXPECT_FALSE(replied());
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
+    EXPECT_TRUE(replied());
+    // One reply each, and a receive whose time is up ends after the one it answered.
+    ASSERT_TRUE(Send(q, "Main", hostipc::kSyncRequest) && Send(q, "Main", hostipc::kSyncRequest));
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
+    EXPECT_TRUE(replied() && !replied());
+    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(0, 0, kAny, nullptr));
+    EXPECT_TRUE(replied());
+    EXPECT_EQ((std::vector<std::string>{"20:a", "20:b", "20:c"}), log);
 }
 
 // Notices come in arrival order (a quit right behind a message is reported with it, which stays
