@@ -31,30 +31,35 @@ int SimulatorDrawFile::Next(void* context) {
 }
 
 int SimulatorDrawFile::NextFromFile() {
-    char text[32];
-    while (std::fgets(text, sizeof text, file_) != nullptr) {
-        ++line_;
-        const std::size_t length = std::strlen(text);
-        const bool whole = length > 0 && text[length - 1] == '\n';
-        if (!whole && !std::feof(file_)) {
-            MM_LOG(1) << "Simulator draws: " << path_ << " line " << line_
-                      << " is too long for a draw; drawing from the clock from now on";
-            Stop();
-            return SimulatorClockDraw();
+    for (;;) {
+        // A line into a small buffer: a draw is at most ten digits, a comment any length.
+        char text[24];
+        std::size_t length = 0;
+        bool tooLong = false;
+        int c;
+        while ((c = std::getc(file_)) != EOF && c != '\n') {
+            if (length + 1 < sizeof text) {
+                text[length++] = static_cast<char>(c);
+            } else {
+                tooLong = true;
+            }
         }
-        if (text[0] == '#' || text[0] == '\n') {
+        if (c == EOF && length == 0) {
+            break;
+        }
+        ++line_;
+        text[length] = '\0';
+        if (length == 0 || text[0] == '#') {
             continue;
         }
         char* end = nullptr;
         errno = 0;
         const unsigned long value = std::strtoul(text, &end, 10);
-        if (text[0] < '0' || text[0] > '9' || errno != 0 || value > RAND_MAX ||
-            (*end != '\n' && *end != '\0')) {
-            if (whole) {
-                text[length - 1] = '\0';
-            }
+        if (tooLong || text[0] < '0' || text[0] > '9' || errno != 0 || value > RAND_MAX ||
+            *end != '\0') {
             MM_LOG(1) << "Simulator draws: " << path_ << " line " << line_ << " is no draw ('"
-                      << text << "'); drawing from the clock from now on";
+                      << text << (tooLong ? "...'" : "'")
+                      << "); drawing from the clock from now on";
             Stop();
             return SimulatorClockDraw();
         }

@@ -193,11 +193,19 @@ TEST(Linxpeer, ChecksWatchdogAndSharedBlock) {
     EXPECT_THAT(gone.out, HasSubstr("watchdog of 19 is absent"));
 }
 
-// Runs the real metadata manager against a linxpeer with `args`, its store and clock apart.
+// Runs the real metadata manager (with `simulator`: -s on those draws) against a linxpeer with
+// `args`, its store and clock apart; an empty `clock` is the real one.
 std::string Drive(const TestEnv& env, std::vector<std::string> args, const std::string& media,
-                  const std::string& clock) {
-    const std::vector<std::string> environment = {"MEDIA_ROOT=" + env.Path(media),
-                                                  "HOST_SYSTICK_FILE=" + env.Path(clock)};
+                  const std::string& clock, const std::string& simulator = "") {
+    std::vector<std::string> environment = {"MEDIA_ROOT=" + env.Path(media)};
+    if (!clock.empty()) {
+        environment.push_back("HOST_SYSTICK_FILE=" + env.Path(clock));
+    }
+    std::vector<std::string> manage = {ProgramPath("MetadataMgr")};
+    if (!simulator.empty()) {
+        environment.push_back("SIMULATOR_DRAWS=" + env.Path(simulator));
+        manage.push_back("-s");
+    }
     ::mkdir(env.Path(media).c_str(), 0770);
     args.insert(args.begin(), ProgramPath("linxpeer"));
     Subprocess vehicle(args, environment, env.Root());
@@ -205,7 +213,7 @@ std::string Drive(const TestEnv& env, std::vector<std::string> args, const std::
     for (int i = 0; i < 300 && access((env.Domain() + "/StateMgr").c_str(), F_OK) != 0; ++i) {
         ::usleep(100000);
     }
-    Subprocess manager({ProgramPath("MetadataMgr")}, environment, env.Root());
+    Subprocess manager(manage, environment, env.Root());
     manager.Start();
     const ProgramResult played = vehicle.Wait(60000);
     EXPECT_EQ(0, played.exitCode) << played.out << manager.Err();
@@ -291,6 +299,53 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
         EXPECT_EQ("identical\n", diff.out) << replayed;
         EXPECT_EQ(0, diff.exitCode);
     }
+}
+
+// A simulated drive: the simulator on draws that toggle inputs and microphones, lose and find
+// the GPS fix and turn the radar off and on, a loop pass after each message, among notices that
+// store several records at once. Its store, turned back into traffic and the simulator's
+// draws, gives a fresh simulating process the same records, moves made without a fix and
+// radar steps made while it was off included.
+TEST(Linxpeer, SimulatedDriveReplaysAsIdentical) {
+    TestEnv env;
+    std::string draws;
+    unsigned int seed = 2026;
+    for (int draw = 0; draw < 5 * 400; ++draw) {
+        seed = seed * 1103515245u + 12345u;
+        draws += std::to_string((seed >> 16) & 0x7FFF) + "\n";
+    }
+    env.WriteFile("drive.draws", draws);
+    std::string scenario =
+        "streammgr REC-1\n"
+        "expect Subscribed from MetadataMgr within 20000 u8@0=1\n";
+    const char* const notices[] = {
+        "push VideoMgr 0 camera0=1 camera2=3 tick=now\n",
+        "push MicMgr 0 mics=0:1:1,1:1:0,3:1:1 tick=now\n",
+        "push FpgaHal 17 changedMask=0x28000 inputLevels=0x20000 tick=now\n",
+        "push GpsHal 1 speed=452 fixStatus=1 tick=now\n",
+        "push RadarHal 1 status=1 patrolSpeed=45 targetSpeed=52 tick=now\n",
+        "push TempHal 0 temperature0=36 tick=now\n",
+        "push StateMgr 1 tick=now\n",
+        "send as Cli MetadataMgr Bookmark u32:now\n"};
+    for (int pass = 0; pass < 160; ++pass) {
+        scenario += pass % 10 == 3 ? notices[pass / 10 % 8]
+                                   : "send as Cli MetadataMgr Ping\n"
+                                     "expect PingResponse from MetadataMgr within 5000\n";
+    }
+    scenario +=
+        "quit MetadataMgr\n"
+        "expect ShutdownResponse from MetadataMgr\n";
+    Drive(env, {"--vehicle", env.WriteFile("sim.scenario", scenario)}, "media", "", "drive.draws");
+
+    const ProgramResult traffic =
+        Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
+    ASSERT_EQ(0, traffic.exitCode) << traffic.err;
+    EXPECT_THAT(traffic.err, HasSubstr("simulated drive of"));
+    Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick",
+          "traffic.draws");
+    const ProgramResult diff =
+        Mdstore(env, {"diff", env.MetadataPath(), env.Path("back/metadata/metadata")});
+    EXPECT_EQ("identical\n", diff.out);
 }
 
 // Two stores alike but for one value differ in exactly that record.

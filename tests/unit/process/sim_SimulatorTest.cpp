@@ -194,9 +194,13 @@ TEST(Simulator, DrawFileGivesItsDrawsThenTheClock) {
         std::vector<int> draws;
         const char* said;
     } kLists[] = {
-        {"5\n# kept for the bench\n\n32767\n", {5, 32767}, "ended after 2 draws"},
+        {"# the draws of a drive kept for the bench, one a line\n5\n\n32767",
+         {5, 32767},
+         "ended after 2 draws"},
         {"7\n-1\n9\n", {7}, "line 2 is no draw ('-1')"},
-        {"7\n123456789012345678901234567890123\n", {7}, "line 2 is too long"},
+        {"7\n123456789012345678901234567890123\n",
+         {7},
+         "line 2 is no draw ('12345678901234567890123...')"},
     };
     for (const auto& list : kLists) {
         SimulatorDrawFile file;
