@@ -264,6 +264,11 @@ void Peer::Record(Role& role, const IpcMessage& message) {
 
 bool Peer::Send(Role& from, const std::string& destination, unsigned int type, const Bytes& payload,
                 std::string& error) {
+    // A scenario or capture may send as a role that it has closed (a server that died).
+    if (!from.Alive()) {
+        error = from.Name() + " is closed: it cannot send to " + destination;
+        return false;
+    }
     IpcMessage message;
     Bytes data(payload);
     if (message.Allocate(type, static_cast<unsigned int>(data.size()),
