@@ -666,13 +666,22 @@ void Inverter::RunPasses() {
         }
         out_.At(ms);
         out_.Tick(pass.tick);
+        // Records after the last pass came from a message that the quit was right behind: no
+        // pass followed it. That message and the quit are sent while the last pass still runs,
+        // so that both wait in the queue when the loop reads the message.
+        const bool quitBehind = &pass == &passes.back() && pass.first + pass.count < recs_.size();
         if (Message(k, pass.first) == 0) {
-            out_.Ping();
+            if (quitBehind) {
+                out_.Sent("Cli", kPing, Bytes());
+            } else {
+                out_.Ping();
+            }
         }
-        out_.Sync();
+        if (!quitBehind) {
+            out_.Sync();
+        }
         k = pass.first + pass.count;
     }
-    // The last message came together with the quit right behind it: no pass followed it.
     Message(k, recs_.size());
 }
 
