@@ -33,9 +33,12 @@ const char* const kTrafficUsage =
     "produces it, in order, at its own tick. Play it with linxpeer --replay CAPTURE against a\n"
     "fresh MetadataMgr (HOST_SYSTICK_FILE set for both, so the process's clock follows the\n"
     "drive). Records no traffic can produce are written as # lines and counted on standard\n"
-    "error. The payloads are in this machine's byte order: make the capture where it is\n"
-    "replayed. Exit status: 0 written, 1 bad usage, 2 the store cannot be read or holds more\n"
-    "than one run.\n";
+    "error. A simulated drive (MetadataMgr -s) is driven loop pass by loop pass, and the\n"
+    "simulator's draws go to CAPTURE.draws: replay it into MetadataMgr -s (the capture's\n"
+    "'# simulator' line says with which options) with SIMULATOR_DRAWS=CAPTURE.draws. The\n"
+    "payloads are in this machine's byte order: make the capture where it is replayed.\n"
+    "Exit status: 0 written, 1 bad usage (a simulated drive without CAPTURE), 2 the store\n"
+    "cannot be read, holds more than one run, or is no drive the simulator can have written.\n";
 
 namespace {
 
