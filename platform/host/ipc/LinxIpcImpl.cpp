@@ -428,7 +428,9 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
                 continue;
             }
             if (read == Read::kEmpty) {
-                if (!idle && waitMs != 0) {
+                // Also when the time-out is already over: the caller is about to get on with
+                // its pass, maybe to wait again at once, and what it stored must not wait.
+                if (!idle) {
                     hostsystem::WritePending();
                     idle = true;
                 }
