@@ -29,6 +29,10 @@ const std::size_t kPendingCapacity =
     kWriteThreshold + mdj::kFrameHeaderSize + mdj::StoreState::kMaxSnapshotBody + 4096;
 const std::size_t kMinMaxBytes = 2 * DataStoreJournal::kMinSegmentBytes;
 const unsigned kCreateAttempts = 16;
+// When no next segment can be made, the current one goes on past its size, to this many times
+// it, and the roll is tried again this often.
+const std::size_t kOverrunFactor = 2;
+const unsigned long long kRollRetryMs = 1000;
 // A new anchor at least this often, so a drifting tick source never leads readers far astray.
 const std::uint32_t kAnchorEveryTicks = 10u * 60u * Systick::kTicksPerSecond;
 // Between two loop passes the clock and the tick may disagree by this much before the clock
@@ -100,7 +104,15 @@ bool DataStoreJournal::Open() {
     const std::uint32_t next = segments_.empty() ? 1 : segments_.back().file.number + 1;
     state_->Clear();
     haveSyncTick_ = false;
-    if (!CreateSegment(next, mdj::kCauseOpen)) {
+    std::uint32_t number = next;
+    const int fd = CreateSegmentFile(number);
+    if (fd < 0) {
+        std::fprintf(stderr, "DataStore: cannot create a segment of %s: %s\n", basePath_.c_str(),
+                     std::strerror(errno));
+        return false;
+    }
+    rollFailed_ = false;
+    if (!StartSegment(fd, number, mdj::kCauseOpen)) {
         return false;
     }
     hostsystem::AddPendingWriter(&DataStoreJournal::WriteNow, this);
@@ -177,22 +189,20 @@ void DataStoreJournal::EnforceBound() {
     }
 }
 
-bool DataStoreJournal::CreateSegment(std::uint32_t number, std::uint8_t cause) {
-    EnforceBound();
-    for (unsigned attempt = 0; attempt < kCreateAttempts && fd_ < 0; ++attempt, ++number) {
-        const std::string path = mdj::SegmentPath(basePath_, number);
-        fd_ = mdj::CreateNewFile(path);
-        if (fd_ >= 0) {
-            segments_.push_back(Segment{mdj::SegmentFile{number, path}, 0});
-        } else if (errno != EEXIST) {
-            break;
+int DataStoreJournal::CreateSegmentFile(std::uint32_t& number) {
+    for (unsigned attempt = 0; attempt < kCreateAttempts; ++attempt, ++number) {
+        const int fd = mdj::CreateNewFile(mdj::SegmentPath(basePath_, number));
+        if (fd >= 0 || errno != EEXIST) {
+            return fd;
         }
     }
-    if (fd_ < 0) {
-        std::fprintf(stderr, "DataStore: cannot create a segment of %s: %s\n", basePath_.c_str(),
-                     std::strerror(errno));
-        return false;
-    }
+    return -1;
+}
+
+bool DataStoreJournal::StartSegment(int fd, std::uint32_t number, std::uint8_t cause) {
+    EnforceBound();
+    fd_ = fd;
+    segments_.push_back(Segment{mdj::SegmentFile{number, mdj::SegmentPath(basePath_, number)}, 0});
     number_ = segments_.back().file.number;
     unsigned char header[mdj::kSegmentHeaderSize];
     mdj::SegmentHeader identity;
@@ -266,14 +276,39 @@ void DataStoreJournal::KeepAnchored() {
     lastPass_ = now;
 }
 
+// The next segment is made before this one ends: when it cannot be (its names taken, the
+// directory not writable), writing goes on here past the segment's size, and the roll is tried
+// again a second later.
 bool DataStoreJournal::Roll() {
+    if (rollFailed_ && hostsystem::MonotonicMs() - rollTriedMs_ < kRollRetryMs) {
+        return true;
+    }
+    std::uint32_t number = number_ + 1;
+    const int fd = CreateSegmentFile(number);
+    if (fd < 0) {
+        if (!rollFailed_) {
+            std::fprintf(stderr,
+                         "DataStore: cannot create the segment after %u of %s: %s; writing on in "
+                         "segment %u past its size\n",
+                         number_, basePath_.c_str(), std::strerror(errno), number_);
+        }
+        rollFailed_ = true;
+        rollTriedMs_ = hostsystem::MonotonicMs();
+        return true;
+    }
+    if (rollFailed_) {
+        std::fprintf(stderr,
+                     "DataStore: segment %u of %s ended at %zu bytes; rolling works again\n",
+                     number_, basePath_.c_str(), segmentBytes_);
+        rollFailed_ = false;
+    }
     index_.EndBlock(segmentBytes_);
     Flush(true);
     index_.Close();
     segments_.back().bytes = fileBytes_;
     close(fd_);
     fd_ = -1;
-    return CreateSegment(number_ + 1, mdj::kCauseSegment);
+    return StartSegment(fd, number, mdj::kCauseSegment);
 }
 
 void DataStoreJournal::Close() {
@@ -382,10 +417,21 @@ bool DataStoreJournal::Append(std::uint8_t op, const unsigned char* body, std::s
         return false;
     }
     // A segment always keeps its opening snapshot and at least one record after it.
-    if (segmentRecords_ > 1 && segmentBytes_ + mdj::kFrameHeaderSize + size > segmentLimit_ &&
-        !Roll()) {
+    const std::size_t grown = segmentBytes_ + mdj::kFrameHeaderSize + size;
+    if (segmentRecords_ > 1 && grown > segmentLimit_ && !Roll()) {
         return false;
     }
+    if (rollFailed_ && grown > kOverrunFactor * segmentLimit_) {
+        if (!overrunFull_) {
+            std::fprintf(stderr,
+                         "DataStore: segment %u of %s is full and no next one can be made; "
+                         "reports are refused until one can\n",
+                         number_, basePath_.c_str());
+        }
+        overrunFull_ = true;
+        return false;
+    }
+    overrunFull_ = false;
     Checkpoint(mdj::kFrameHeaderSize + size);
     if (!AppendFrame(op, body, size)) {
         return false;
@@ -404,8 +450,13 @@ bool DataStoreJournal::WriteFullState(bool force) {
     const std::size_t size =
         state_->Encode(force, mdj::kCauseCall, snapshot_.get(), mdj::StoreState::kMaxSnapshotBody);
     if (segmentRecords_ > 1 && segmentBytes_ + mdj::kFrameHeaderSize + size > segmentLimit_) {
-        // The new segment opens with the same snapshot.
-        return Roll();
+        // A new segment opens with the same snapshot; without one it goes here.
+        if (!Roll()) {
+            return false;
+        }
+        if (!rollFailed_) {
+            return true;
+        }
     }
     return AppendSnapshot(force, mdj::kCauseCall);
 }

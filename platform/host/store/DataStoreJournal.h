@@ -49,7 +49,11 @@ private:
         std::size_t bytes;
     };
     bool ExaminePrevious();
-    bool CreateSegment(std::uint32_t number, std::uint8_t cause);
+    // Makes the file of the next segment, from `number` on past names that are taken (number is
+    // left at the one made); -1 with errno when none can be made.
+    int CreateSegmentFile(std::uint32_t& number);
+    // Begins segment `number` in `fd`: its header, the state, an anchor.
+    bool StartSegment(int fd, std::uint32_t number, std::uint8_t cause);
     bool Roll();
     void EnforceBound();
     bool AppendFrame(std::uint8_t op, const unsigned char* body, std::size_t size);
@@ -81,6 +85,9 @@ private:
     std::size_t totalBytes_ = 0;    // of every segment, with what is still buffered
     unsigned segmentRecords_ = 0;
     bool unsynced_ = false;
+    bool rollFailed_ = false;  // no next segment could be made: the current one runs over
+    unsigned long long rollTriedMs_ = 0;
+    bool overrunFull_ = false;  // and it has run over as far as it may
 
     std::uint32_t currentTick_ = 0xFFFFFFFFu;
     std::uint32_t lastSyncTick_ = 0;

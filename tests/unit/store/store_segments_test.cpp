@@ -6,13 +6,16 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <regex>
+#include <thread>
 
 #include "DataStore.h"
 #include "PendingWrites.h"
 #include "RangeCopy.h"
+#include "SegmentFiles.h"
 #include "SegmentIndex.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
@@ -37,8 +40,30 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     std::signal(SIGXFSZ, SIG_IGN);
     struct rlimit normal;
     ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
+    // Later, a roll that cannot make its segment (the next names taken): the segment runs over
+    // its size until they are free again, and nothing is lost.
+    std::string beforeRoll;
+    std::string overrun;
+    std::vector<std::string> taken;
+    unsigned takenAt = 0;
     testing::internal::CaptureStderr();
     for (unsigned i = 0; i < kReports; ++i) {
+        if (i == 30000) {
+            beforeRoll = dir.Segments().back();
+        } else if (i > 30000 && taken.empty() && dir.Segments().back() != beforeRoll) {
+            overrun = dir.Segments().back();
+            const unsigned number = std::stoul(overrun.substr(overrun.size() - 10, 6));
+            for (unsigned next = number + 1; next <= number + 16; ++next) {
+                taken.push_back(mdj::SegmentPath(dir.base, next));
+                ASSERT_EQ(0, ::mkdir(taken.back().c_str(), 0700));
+            }
+            takenAt = i;
+        } else if (!taken.empty() && i == takenAt + 7000) {
+            for (const std::string& path : taken) {
+                ASSERT_EQ(0, ::rmdir(path.c_str()));
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // the roll's retry
+        }
         struct rlimit limit = normal;
         struct stat info;
         if ((i == 1000 || i == 1001 || i == 2000) &&
@@ -61,7 +86,11 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     EXPECT_TRUE(std::regex_match(
         said, std::regex("(DataStore: write to segment [0-9]+ failed: [^\n]*; records are dropped "
                          "until writing works again\nDataStore: writing to segment [0-9]+ works "
-                         "again; [0-9]+ bytes of records were dropped\n){2}")))
+                         "again; [0-9]+ bytes of records were dropped\n){2}"
+                         "DataStore: cannot create the segment after ([0-9]+) of [^\n]*: File "
+                         "exists; writing on in segment \\2 past its size\n"
+                         "DataStore: segment \\2 of [^\n]* ended at [0-9]+ bytes; rolling works "
+                         "again\n")))
         << said;
 
     const std::vector<std::string> segments = dir.Segments();
@@ -69,7 +98,8 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     std::size_t total = 0;
     for (const std::string& path : segments) {
         const std::size_t size = ReadFileText(path).size();
-        EXPECT_LE(size, 128u * 1024u) << path;
+        EXPECT_LE(size, (path == overrun ? 2u : 1u) * 128u * 1024u) << path;
+        EXPECT_EQ(path == overrun, size > 128u * 1024u) << path;
         total += size;
         // Each segment read alone opens with the time anchor, MAC and serial told before it
         // began, and is dated by its own anchor.
@@ -94,6 +124,15 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     const ReadResult all(dir.base);
     EXPECT_TRUE(all.problems.empty());
     ASSERT_FALSE(all.records.empty());
+    unsigned speeds = 0;
+    for (const ReadRecord& record : all.records) {
+        const unsigned speed = record.op == 14 ? record.body.at(1) << 8 | record.body.at(2) : 0;
+        if (speed >= 30000 && speed < 45000) {
+            EXPECT_EQ(30000 + speeds, speed);
+            ++speeds;
+        }
+    }
+    EXPECT_EQ(15000u, speeds);
     // The newest report is there, whole: speed 49999 at tick 50001.
     const ReadRecord& last = all.records.back();
     ASSERT_EQ(14, last.op);
