@@ -52,6 +52,46 @@ bool Acceptable(const std::string& path, const struct stat& info, bool directory
     return true;
 }
 
+// Every directory above ours must keep it where it is: owned by root or this user, and when
+// others may write it, only with the sticky bit (as /tmp has), or someone else could move ours
+// away and put theirs in its place.
+bool CheckAncestors(const std::string& dir) {
+    char* resolved = ::realpath(dir.c_str(), nullptr);
+    if (resolved == nullptr) {
+        std::fprintf(stderr, "LinxDomain: cannot use %s: %s\n", dir.c_str(), std::strerror(errno));
+        return false;
+    }
+    std::string path(resolved);
+    std::free(resolved);
+    const unsigned self = static_cast<unsigned>(::geteuid());
+    while (path != "/") {
+        const std::string::size_type slash = path.rfind('/');
+        path = slash == 0 ? "/" : path.substr(0, slash);
+        struct stat info;
+        if (::stat(path.c_str(), &info) != 0) {
+            std::fprintf(stderr, "LinxDomain: cannot use %s: %s: %s\n", dir.c_str(), path.c_str(),
+                         std::strerror(errno));
+            return false;
+        }
+        const unsigned owner = static_cast<unsigned>(info.st_uid);
+        if (owner != 0 && owner != self) {
+            std::fprintf(stderr,
+                         "LinxDomain: refusing %s: it lies in %s, owned by uid %u, not by this "
+                         "user (uid %u) or root\n",
+                         dir.c_str(), path.c_str(), owner, self);
+            return false;
+        }
+        if ((info.st_mode & S_IWOTH) != 0 && (info.st_mode & S_ISVTX) == 0) {
+            std::fprintf(stderr,
+                         "LinxDomain: refusing %s: it lies in %s, which others may write without "
+                         "the sticky bit (mode %04o)\n",
+                         dir.c_str(), path.c_str(), static_cast<unsigned>(info.st_mode & 07777));
+            return false;
+        }
+    }
+    return true;
+}
+
 bool CheckOwnDir(const std::string& dir) {
     struct stat info;
     if (::lstat(dir.c_str(), &info) == 0 && S_ISLNK(info.st_mode) && info.st_uid != ::geteuid()) {
@@ -64,7 +104,7 @@ bool CheckOwnDir(const std::string& dir) {
         std::fprintf(stderr, "LinxDomain: cannot use %s: %s\n", dir.c_str(), std::strerror(errno));
         return false;
     }
-    return Acceptable(dir, info, true);
+    return Acceptable(dir, info, true) && CheckAncestors(dir);
 }
 
 }  // namespace

@@ -71,6 +71,13 @@ TEST(OwnFiles, OnlyTheUsersOwnDomainIsUsedAndWhatIsMadeThereHasItsOwnMode) {
     TestEnv env;
     const uid_t self = ::geteuid();
     const std::string tooLong(100, 'd');
+    // The directory above a domain must keep it in place: a shared one only with the sticky bit.
+    ::mkdir(env.Path("shared").c_str(), 0700);
+    ::chmod(env.Path("shared").c_str(), 01777);
+    ::mkdir(env.Path("loose").c_str(), 0700);
+    ::chmod(env.Path("loose").c_str(), 0777);
+    ::mkdir(env.Path("theirs").c_str(), 0700);
+    const bool theirs = ::chown(env.Path("theirs").c_str(), 4321, static_cast<gid_t>(-1)) == 0;
     const struct {
         std::string domain;
         mode_t mode;
@@ -80,6 +87,8 @@ TEST(OwnFiles, OnlyTheUsersOwnDomainIsUsedAndWhatIsMadeThereHasItsOwnMode) {
         {"grouped", 0770, self, "grouped: group or others may write it (mode 0770)"},
         {"open", 0707, self, "open: group or others may write it (mode 0707)"},
         {"foreign", 0700, 4321, "foreign: owned by uid 4321, not by this user"},
+        {"loose/linx", 0700, self, "loose, which others may write without the sticky bit"},
+        {"theirs/linx", 0700, theirs ? self : 4321, "theirs, owned by uid 4321"},
         {tooLong, 0700, self,
          "/Main is " + std::to_string(env.Path(tooLong).size() + 5) +
              " bytes long; a socket address holds at most 107"},
@@ -89,7 +98,7 @@ TEST(OwnFiles, OnlyTheUsersOwnDomainIsUsedAndWhatIsMadeThereHasItsOwnMode) {
         ASSERT_EQ(0, ::mkdir(domain.c_str(), c.mode));
         if (::chmod(domain.c_str(), c.mode) != 0 ||
             ::chown(domain.c_str(), c.owner, static_cast<gid_t>(-1)) != 0) {
-            continue;  // another user's domain needs root to make
+            continue;  // another user's directory needs root to make
         }
         ::setenv("LINX_DOMAIN", domain.c_str(), 1);
         testing::internal::CaptureStderr();
@@ -98,6 +107,8 @@ TEST(OwnFiles, OnlyTheUsersOwnDomainIsUsedAndWhatIsMadeThereHasItsOwnMode) {
         EXPECT_EQ(c.domain == tooLong, Use::Watch(env)) << c.says;
         EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find(c.says)) << c.says;
     }
+    ::setenv("LINX_DOMAIN", env.Path("shared/linx").c_str(), 1);
+    EXPECT_TRUE(Use::Endpoint(env) && Use::Block(env) && Use::Watch(env));
 
     // Unset, the domain is the user's own, made with the platform's modes whatever the umask.
     ::unsetenv("LINX_DOMAIN");
