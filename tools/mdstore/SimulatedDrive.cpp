@@ -33,6 +33,8 @@ struct Ramp {
             rising = true;
         }
     }
+    // As the store holds it: 16 bits.
+    unsigned int Shown() const { return static_cast<unsigned int>(value) & 0xFFFF; }
 };
 
 // The simulated position and speed: both follow from the number of moves.
@@ -60,17 +62,11 @@ struct Track {
     bool Shows(const Rec& gps, const Rec& speedRec) const {
         return gps.U(0) == lat[0] && gps.U(1) == lat[1] && gps.U(2) == lat[2] &&
                gps.U(4) == lon[0] && gps.U(5) == lon[1] && gps.U(6) == lon[2] &&
-               speedRec.U(1) == (static_cast<unsigned int>(speed.value) & 0xFFFF);
+               speedRec.U(1) == speed.Shown();
     }
 };
 
-// The radar counters A, B, C, D; B is never stored, so only A, C and D are followed.
-struct Counters {
-    Ramp ramp[4];
-    unsigned int Value(int counter) const {
-        return static_cast<unsigned int>(ramp[counter].value) & 0xFFFF;
-    }
-};
+// The radar counters are A, B, C, D; B is never stored, so only A, C and D are followed.
 const int kA = 0;
 const int kC = 2;
 const int kD = 3;
@@ -191,7 +187,7 @@ private:
     Track track_;
     std::vector<std::size_t> gpsHidden_;  // draws of passes without a fix after the one losing it
     bool radarActive_ = false;
-    Counters counters_;
+    Ramp counters_[4];
     std::vector<std::size_t> radarHidden_;  // radar draws of passes with the radar off
 };
 
@@ -303,17 +299,16 @@ bool Inference::RadarWithHidden(const RadarView& view) {
         std::size_t hidden[4] = {0, 0, 0, 0};
         bool found = true;
         for (int counter : {kA, kC, kD}) {
-            Ramp probe = counters_.ramp[counter];
+            Ramp probe = counters_[counter];
             for (int s = 0; s < band.step[counter]; ++s) {
                 probe.Step(1, 150);
             }
             std::size_t steps = 0;
-            while ((static_cast<unsigned int>(probe.value) & 0xFFFF) != shown[counter] &&
-                   steps < radarHidden_.size()) {
+            while (probe.Shown() != shown[counter] && steps < radarHidden_.size()) {
                 probe.Step(1, 150);
                 ++steps;
             }
-            found = found && (static_cast<unsigned int>(probe.value) & 0xFFFF) == shown[counter];
+            found = found && probe.Shown() == shown[counter];
             hidden[counter] = steps;
         }
         if (!found || hidden[kA] > hidden[kC] || hidden[kC] > hidden[kD]) {
@@ -333,7 +328,7 @@ bool Inference::RadarWithHidden(const RadarView& view) {
         for (int counter : {kA, kC, kD}) {
             for (std::size_t s = 0;
                  s < hidden[counter] + static_cast<std::size_t>(band.step[counter]); ++s) {
-                counters_.ramp[counter].Step(1, 150);
+                counters_[counter].Step(1, 150);
             }
         }
         radarHidden_.clear();
@@ -365,10 +360,10 @@ bool Inference::RadarPass(std::size_t k, std::string& error) {
     bool stepped[4] = {};
     const unsigned int shown[4] = {view.a, 0, view.c, view.d};
     for (int counter : {kA, kC, kD}) {
-        Ramp probe = counters_.ramp[counter];
+        Ramp probe = counters_[counter];
         probe.Step(1, 150);
-        stepped[counter] = (static_cast<unsigned int>(probe.value) & 0xFFFF) == shown[counter];
-        if (!stepped[counter] && counters_.Value(counter) != shown[counter]) {
+        stepped[counter] = probe.Shown() == shown[counter];
+        if (!stepped[counter] && counters_[counter].Shown() != shown[counter]) {
             error = "a radar reading is not the next of the simulated counters";
             return false;
         }
@@ -389,7 +384,7 @@ bool Inference::RadarPass(std::size_t k, std::string& error) {
     }
     for (int counter : {kA, kC, kD}) {
         if (stepped[counter]) {
-            counters_.ramp[counter].Step(1, 150);
+            counters_[counter].Step(1, 150);
         }
     }
     draws_.push_back(draw);
