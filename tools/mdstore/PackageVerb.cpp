@@ -202,7 +202,7 @@ int PackageVerb(int argc, char** argv) {
     }
     std::string temporary = dir + ".partial.XXXXXX";
     if (mkdtemp(&temporary[0]) == nullptr) {
-        std::fprintf(stderr, "mdstore: cannot make %s: %s\n", temporary.c_str(),
+        std::fprintf(stderr, "mdstore: cannot make a directory beside %s: %s\n", dir.c_str(),
                      std::strerror(errno));
         return 2;
     }
