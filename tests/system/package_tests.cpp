@@ -138,6 +138,9 @@ TEST_F(Package, EveryTamperingIsRefused) {
         {"a file added",
          [](const std::string& dir) { std::ofstream(dir + "/notes.txt") << "added\n"; },
          "a.pub.pem", "notes.txt: not listed", "listing"},
+        {"a directory added",
+         [](const std::string& dir) { ::mkdir((dir + "/more").c_str(), 0755); }, "a.pub.pem",
+         "more/: not listed", "listing"},
         {"manifest edited and re-hashed", editManifest, "a.pub.pem", "SHA256SUMS", "openssl"},
         {"manifest edited, re-hashed and re-signed",
          [&](const std::string& dir) {

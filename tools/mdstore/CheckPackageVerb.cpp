@@ -63,9 +63,11 @@ bool CheckFiles(const std::string& dir, const std::string& pubkey,
                 std::vector<evidence::FileEntry>& files, std::string& problem) {
     std::string sums;
     std::string signature;
-    if (!ReadText(dir + "/" + kSums, sums) || !ReadText(dir + "/" + kSignature, signature)) {
-        problem = std::string(ReadText(dir + "/" + kSums, sums) ? kSignature : kSums) + ": missing";
-        return false;
+    for (const char* name : {kSums, kSignature}) {
+        if (!ReadText(dir + "/" + name, name == kSums ? sums : signature)) {
+            problem = std::string(name) + ": missing";
+            return false;
+        }
     }
     if (!evidence::VerifyBytes(pubkey, sums, signature, problem)) {
         problem = std::string(kSignature) + ": not a signature of " + kSums + " by " + pubkey +

@@ -26,6 +26,7 @@ bool ListInto(const std::string& dir, const std::string& prefix, std::vector<std
         struct stat info;
         const std::string path = dir + "/" + name;
         if (lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
+            names.push_back(prefix + name + "/");
             good = ListInto(path, prefix + name + "/", names) && good;
         } else {
             names.push_back(prefix + name);

@@ -48,6 +48,8 @@ int RunVerb(int (*verb)(int, char**), std::vector<std::string> words) {
     const int saved = dup(STDOUT_FILENO);
     const int sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (saved < 0 || sink < 0) {
+        close(saved);
+        close(sink);
         return 2;
     }
     dup2(sink, STDOUT_FILENO);
