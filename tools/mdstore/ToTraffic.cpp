@@ -742,7 +742,8 @@ bool Inverter::OneItem(std::size_t k, std::size_t end) {
     return false;
 }
 
-// The draws, worked out into `draws` before the capture was written, behind their heading.
+// The draws, worked out into `draws` before the capture was written, behind their heading;
+// `draws` is closed.
 bool WriteDraws(const std::string& path, std::FILE* draws) {
     std::FILE* file = std::fopen(path.c_str(), "w");
     if (file == nullptr) {
@@ -756,7 +757,9 @@ bool WriteDraws(const std::string& path, std::FILE* draws) {
          got = std::fread(buffer, 1, sizeof buffer, draws)) {
         std::fwrite(buffer, 1, got, file);
     }
-    if (std::ferror(draws) != 0 || std::fclose(file) != 0) {
+    const bool read = std::ferror(draws) == 0;
+    std::fclose(draws);
+    if (!read || std::fclose(file) != 0) {
         std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
         return false;
     }
