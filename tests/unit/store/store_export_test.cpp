@@ -62,7 +62,7 @@ std::size_t Count(const std::string& text, const std::string& what, std::size_t 
 
 }  // namespace
 
-TEST(StoreExport, GpxAndGeoJsonHoldTheDrivesFixesAndBookmarks) {
+TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     StoreDir dir;
     DataStoreNormal store(dir.base);
     ASSERT_TRUE(store.Open());
@@ -144,6 +144,16 @@ TEST(StoreExport, GpxAndGeoJsonHoldTheDrivesFixesAndBookmarks) {
     EXPECT_EQ(track.size(), Count(kml, "<when>", trackAt)) << kml;
     EXPECT_EQ(waypoints, KmlPairs(kml, "<Point><coordinates>")) << kml;
     EXPECT_EQ(1u, Count(kml, "<TimeStamp><when>20")) << kml;
+
+    // Damage is told once, though these formats read the file more than once.
+    std::string bytes = ReadFileText(hostile);
+    bytes[bytes.size() / 2] ^= 0x55;
+    WriteBytes(hostile, bytes);
+    for (const char* format : {"gpx", "geojson", "kml"}) {
+        const ProgramResult damaged = RunProgram(
+            {ProgramPath("mdstore"), "export", "--format", format, hostile}, {}, dir.env.Root());
+        EXPECT_EQ(1u, Count(damaged.err, "\n")) << format << damaged.err;
+    }
 }
 
 TEST(StoreExport, FollowPrintsRecordsWrittenAfterItStartedAcrossSegmentsUntilASignal) {
