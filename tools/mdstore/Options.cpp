@@ -158,9 +158,9 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
             case kFormat:
                 options.format = optarg;
                 if (options.format != "gpx" && options.format != "geojson" &&
-                    options.format != "csv") {
-                    return UsageError(verb,
-                                      "--format is gpx, geojson or csv, not " + options.format);
+                    options.format != "csv" && options.format != "kml") {
+                    return UsageError(
+                        verb, "--format is gpx, geojson, csv or kml, not " + options.format);
                 }
                 break;
             case 'o':

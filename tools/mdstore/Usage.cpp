@@ -14,9 +14,9 @@ const char* const kUsage =
     "                                 one line per record, dated and decoded\n"
     "  copy [RANGE] [--kind OP]... SRC DEST\n"
     "                                 copy the records of a range into a new file\n"
-    "  export --format gpx|geojson|csv [RANGE] [--kind OP]... [-o FILE] PATH\n"
-    "                                 the GPS track and bookmarks (GPX, GeoJSON), or every\n"
-    "                                 record as a CSV row\n"
+    "  export --format gpx|geojson|csv|kml [RANGE] [--kind OP]... [-o FILE] PATH\n"
+    "                                 the GPS track and bookmarks (GPX, GeoJSON, KML), or\n"
+    "                                 every record as a CSV row\n"
     "  verify PATH                    check every byte; exit status 2 on any damage\n"
     "  summary [--json] PATH          the store at a glance: files, time, GPS track,\n"
     "                                 speeds, inputs, recordings, bookmarks, radar,\n"
@@ -144,7 +144,7 @@ const char* const kSummaryUsage =
     "Exit status: 0 when the store was read, 2 when it cannot be read, 1 on usage errors.\n";
 
 const char* const kExportUsage =
-    "Usage: mdstore export --format gpx|geojson|csv [--from T] [--to T] [--since TIME]\n"
+    "Usage: mdstore export --format gpx|geojson|csv|kml [--from T] [--to T] [--since TIME]\n"
     "                      [--until TIME] [--kind OP]... [-o FILE] PATH\n"
     "Writes the store (or the records of a range, see cat) for other programs, to standard\n"
     "output or to FILE (- is standard output):\n"
@@ -155,5 +155,9 @@ const char* const kExportUsage =
     "  csv      one row per record (RFC 4180, UTF-8): at, tick, utc, op, meaning (what the\n"
     "           record says, e.g. \"brakes on\"), latitude, longitude (fixes), fields (the\n"
     "           record's arguments and decoded values as cat prints them)\n"
+    "  kml      KML 2.2 for Google Earth: each bookmark a Placemark at the last fix before it\n"
+    "           with its time, the track a gx:Track of the fixes that have a UTC\n"
+    "The store is read as it is written out (GPX, GeoJSON and KML read it more than once),\n"
+    "so memory does not grow with the store.\n"
     "Exit status: 0 written, 2 when the store cannot be read or FILE cannot be written, 1 on\n"
     "usage errors.\n";
