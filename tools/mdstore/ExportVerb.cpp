@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "McapExport.h"
 #include "RecordMeaning.h"
 #include "RecordPrinter.h"
 #include "RecordStream.h"
@@ -167,7 +168,10 @@ int ExportVerb(int argc, char** argv) {
         return early;
     }
     if (options.format.empty()) {
-        return UsageError(argv[0], "needs --format gpx, geojson or csv");
+        return UsageError(argv[0], "needs --format gpx, geojson, csv or mcap");
+    }
+    if (options.format == "mcap") {
+        return ExportMcap(options);
     }
     ExportSink sink(options);
     if (options.format == "csv") {

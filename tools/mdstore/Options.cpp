@@ -24,7 +24,7 @@ bool ParseTick(const char* text, std::uint32_t& value) {
     return true;
 }
 
-enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson };
+enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson, kCompression };
 
 struct Allowed {
     option entry;
@@ -43,6 +43,7 @@ const Allowed kAll[] = {
     {{"follow", optional_argument, nullptr, kFollow}, kOptFollow},
     {{"format", required_argument, nullptr, kFormat}, kOptExport},
     {{"output", required_argument, nullptr, 'o'}, kOptExport},
+    {{"compression", required_argument, nullptr, kCompression}, kOptExport},
 };
 
 // A time (UTC) or a tick, for --since and --until: a tick is dated when the records are.
@@ -158,9 +159,16 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
             case kFormat:
                 options.format = optarg;
                 if (options.format != "gpx" && options.format != "geojson" &&
-                    options.format != "csv") {
+                    options.format != "csv" && options.format != "mcap") {
+                    return UsageError(
+                        verb, "--format is gpx, geojson, csv or mcap, not " + options.format);
+                }
+                break;
+            case kCompression:
+                options.compression = optarg;
+                if (options.compression != "none" && options.compression != "zstd") {
                     return UsageError(verb,
-                                      "--format is gpx, geojson or csv, not " + options.format);
+                                      "--compression is none or zstd, not " + options.compression);
                 }
                 break;
             case 'o':
