@@ -52,6 +52,18 @@ bool ParseMoment(const char* text, std::uint32_t& tick, bool& isTick, long long&
     return isTick || timeanchor::ParseUtc(text, utcMs);
 }
 
+// --format and --compression: keeps the value; what is wrong with it, "" when nothing.
+std::string TakeChoice(int code, const std::string& value, Options& options) {
+    if (code == kFormat) {
+        options.format = value;
+        return value == "gpx" || value == "geojson" || value == "csv" || value == "mcap"
+                   ? ""
+                   : "--format is gpx, geojson, csv or mcap, not " + value;
+    }
+    options.compression = value;
+    return value == "none" || value == "zstd" ? "" : "--compression is none or zstd, not " + value;
+}
+
 }  // namespace
 
 int UsageError(const char* verb, const std::string& problem) {
@@ -157,20 +169,13 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
                 }
                 break;
             case kFormat:
-                options.format = optarg;
-                if (options.format != "gpx" && options.format != "geojson" &&
-                    options.format != "csv" && options.format != "mcap") {
-                    return UsageError(
-                        verb, "--format is gpx, geojson, csv or mcap, not " + options.format);
+            case kCompression: {
+                const std::string problem = TakeChoice(code, optarg, options);
+                if (!problem.empty()) {
+                    return UsageError(verb, problem);
                 }
                 break;
-            case kCompression:
-                options.compression = optarg;
-                if (options.compression != "none" && options.compression != "zstd") {
-                    return UsageError(verb,
-                                      "--compression is none or zstd, not " + options.compression);
-                }
-                break;
+            }
             case 'o':
                 options.output = optarg;
                 break;
