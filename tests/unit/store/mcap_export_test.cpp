@@ -91,8 +91,13 @@ struct Case {
 
 TEST(McapExport, AnIndependentReaderFindsWhatCatAndGpxFindInEveryExport) {
     const std::string reader = MCAP_READER_DIR "/node_modules";
-    const bool cross = HostToolPath("mdstore") != ProgramPath("mdstore");
-    if (!cross && ReadFileText(reader + "/@mcap/core/package.json").empty()) {
+    const std::string native = HostToolPath("mdstore");
+    const bool cross = native != ProgramPath("mdstore");
+    if (cross && native.empty()) {
+        GTEST_SKIP() << "SKIPPED: no native mdstore to compare the cross build's files with";
+    } else if (cross) {
+        std::puts("MCAP reader: SKIPPED on a cross build (files compared with the native tool's)");
+    } else if (ReadFileText(reader + "/@mcap/core/package.json").empty()) {
         GTEST_SKIP() << "SKIPPED: the MCAP reader is not installed (needs node and npm)";
     }
     StoreDir dir;
@@ -127,7 +132,7 @@ TEST(McapExport, AnIndependentReaderFindsWhatCatAndGpxFindInEveryExport) {
             if (std::string(c.compression).empty()) {
                 ASSERT_EQ(0, RunProgram(argv, {}, dir.env.Root()).exitCode);
                 const std::string mine = ReadFileText(file);
-                argv[0] = HostToolPath("mdstore");
+                argv[0] = native;
                 ASSERT_EQ(0, RunProgram(argv, {}, dir.env.Root()).exitCode);
                 EXPECT_TRUE(mine == ReadFileText(file)) << "differs from the native tool's";
             }
