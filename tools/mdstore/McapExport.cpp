@@ -97,16 +97,18 @@ public:
 
 protected:
     // A record written before the store had any tick has no time of its own: it takes the
-    // time of the record before it, or of the first record with one when it comes first.
+    // time of the record before it, or of the first record with one when it comes first
+    // (up to kMaxHeld such records are held back for it).
     void Take(const mdj::RecordView& record, const long long* utcMs) override {
         const std::uint64_t tick =
             mdj::RecordTime(record.op, record.stamp, record.body, record.size);
         if (utcMs == nullptr && tick == 0) {
-            if (timed_ || held_.size() >= kMaxHeld) {
-                Write(record, utcMs, lastLogTime_);
-            } else {
+            if (!timed_ && held_.size() < kMaxHeld) {
                 held_.emplace_back(record);
+                return;
             }
+            ReleaseHeld(lastLogTime_);  // too many: in order, at the time there is
+            Write(record, utcMs, lastLogTime_);
             return;
         }
         const std::uint64_t logTime =
