@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ExportFormat.h"
+#include "McapExport.h"
 #include "RecordStream.h"
 #include "Verbs.h"
 
@@ -70,12 +71,15 @@ int ExportVerb(int argc, char** argv) {
     if (early >= 0) {
         return early;
     }
+    if (options.format == "mcap") {
+        return ExportMcap(options);  // reads the store through its own sink: see McapExport.h
+    }
     std::unique_ptr<ExportFormat> format;
     for (const FormatEntry& entry : kFormats) {
         format = options.format == entry.name ? entry.make() : std::move(format);
     }
     if (format == nullptr) {
-        return UsageError(argv[0], "needs --format gpx, geojson, csv or kml");
+        return UsageError(argv[0], "needs --format gpx, geojson, csv, kml or mcap");
     }
     mdj::JournalFiles files;
     if (!mdj::ResolveJournal(options.paths[0], files)) {

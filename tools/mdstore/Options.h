@@ -16,7 +16,7 @@ enum OptionSet : unsigned {
     kOptKind = 1u << 2,    // --kind OP (repeatable)
     kOptLast = 1u << 3,    // -n N
     kOptFollow = 1u << 4,  // --follow[=SECONDS]
-    kOptExport = 1u << 5,  // --format F, -o FILE
+    kOptExport = 1u << 5,  // --format F, -o FILE, --compression C
 };
 
 struct Options {
@@ -34,6 +34,7 @@ struct Options {
     double followSeconds = 0;  // 0: until SIGINT or SIGTERM
     std::string format;
     std::string output = "-";
+    std::string compression;  // MCAP chunks: "none", "zstd" or "" (zstd where the build has it)
     std::vector<std::string> paths;
 
     // True when the record passes --from/--to, --kind and (with `utcMs`, null when unknown)

@@ -27,9 +27,11 @@ void AppendJsonString(std::string& out, const char* text, std::size_t size) {
             out += "\\t";
         } else if (c == '\r') {
             out += "\\r";
-        } else if (c < 0x20 || c >= 0x80) {
-            // Control characters as JSON requires; a byte that is no UTF-8 as its Latin-1
-            // character, so the line stays valid whatever the text held.
+        } else if (c >= 0x80) {
+            // A byte that is no UTF-8 becomes U+FFFD, so the line stays valid UTF-8 and JSON
+            // whatever the text held.
+            out += "\xEF\xBF\xBD";
+        } else if (c < 0x20) {
             char escaped[8];
             std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
             out += escaped;

@@ -13,6 +13,6 @@ bool RecordJson(const mdj::RecordView& record, const long long* utcMs, std::stri
 bool RecordText(const mdj::RecordView& record, const long long* utcMs, std::string& out);
 
 // Appends `size` bytes of `text` as a JSON string: quoted, UTF-8 kept as it is, escaped only
-// what JSON requires (and bytes that are no UTF-8), so the line is valid JSON whatever the
-// text held.
+// what JSON requires, each byte that is no UTF-8 replaced by U+FFFD, so the line is valid
+// UTF-8 and JSON whatever the text held.
 void AppendJsonString(std::string& out, const char* text, std::size_t size);

@@ -14,9 +14,10 @@ const char* const kUsage =
     "                                 one line per record, dated and decoded\n"
     "  copy [RANGE] [--kind OP]... SRC DEST\n"
     "                                 copy the records of a range into a new file\n"
-    "  export --format gpx|geojson|csv|kml [RANGE] [--kind OP]... [-o FILE] PATH\n"
-    "                                 the GPS track and bookmarks (GPX, GeoJSON, KML), or\n"
-    "                                 every record as a CSV row\n"
+    "  export --format gpx|geojson|csv|kml|mcap [RANGE] [--kind OP]... [-o FILE] PATH\n"
+    "                                 the GPS track and bookmarks (GPX, GeoJSON, KML), every\n"
+    "                                 record as a CSV row, or the drive for timeline viewers\n"
+    "                                 (MCAP)\n"
     "  verify PATH                    check every byte; exit status 2 on any damage\n"
     "  summary [--json] PATH          the store at a glance: files, time, GPS track,\n"
     "                                 speeds, inputs, recordings, bookmarks, radar,\n"
@@ -144,8 +145,9 @@ const char* const kSummaryUsage =
     "Exit status: 0 when the store was read, 2 when it cannot be read, 1 on usage errors.\n";
 
 const char* const kExportUsage =
-    "Usage: mdstore export --format gpx|geojson|csv|kml [--from T] [--to T] [--since TIME]\n"
-    "                      [--until TIME] [--kind OP]... [-o FILE] PATH\n"
+    "Usage: mdstore export --format gpx|geojson|csv|kml|mcap [--from T] [--to T]\n"
+    "                      [--since TIME] [--until TIME] [--kind OP]...\n"
+    "                      [--compression none|zstd] [-o FILE] PATH\n"
     "Writes the store (or the records of a range, see cat) for other programs, to standard\n"
     "output or to FILE (- is standard output):\n"
     "  gpx      GPX 1.1: one track of the GPS fixes (ReportGps) with elevation and, where\n"
@@ -159,5 +161,19 @@ const char* const kExportUsage =
     "           with its time, the track a gx:Track of the fixes that have a UTC\n"
     "The store is read as it is written out (GPX, GeoJSON and KML read it more than once),\n"
     "so memory does not grow with the store.\n"
+    "  mcap     MCAP, for timeline viewers (see docs/interop.md): every record on topic\n"
+    "           /metadata/<Op> as cat --json prints it (message encoding json, a JSON schema\n"
+    "           per kind), the GPS fixes of the GPX export on /gps/fix (foxglove.LocationFix)\n"
+    "           and what the records mean on /metadata/log (foxglove.Log, warnings at level\n"
+    "           3). Log time is the record's UTC in nanoseconds, its tick where no time anchor\n"
+    "           dates it (the file's metadata \"mdstore\" says which); publish time its tick.\n"
+    "           Chunks of about 1 MiB, indexed, with a summary.\n"
+    "           --compression none|zstd: the chunks' compression (default zstd where\n"
+    "           available); this build: "
+#ifdef MDSTORE_HAVE_ZSTD
+    "zstd and none\n"
+#else
+    "none only (built without libzstd)\n"
+#endif
     "Exit status: 0 written, 2 when the store cannot be read or FILE cannot be written, 1 on\n"
     "usage errors.\n";

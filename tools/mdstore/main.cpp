@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "McapWriter.h"
 #include "ProjectVersion.h"
 #include "Verbs.h"
 
@@ -35,6 +36,7 @@ int main(int argc, char** argv) {
     }
     if (std::strcmp(verb, "--version") == 0) {
         std::printf("mdstore %s\n", PROJECT_VERSION_TEXT);
+        std::printf("mcap compression: %s\n", mcap::HaveZstd() ? "zstd, none" : "none");
         return 0;
     }
     for (const Verb& entry : kVerbs) {
