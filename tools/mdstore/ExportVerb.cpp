@@ -6,6 +6,7 @@
 #include "RecordMeaning.h"
 #include "RecordPrinter.h"
 #include "RecordStream.h"
+#include "TextEscape.h"
 #include "Verbs.h"
 
 namespace {
@@ -23,39 +24,26 @@ std::string Number(double value, const char* format = "%.6f") {
     return text;
 }
 
-// RFC 4180: a field with a comma, quote or line break is quoted, quotes doubled.
+// A text cell. RFC 4180: a cell with a comma, quote or line break is quoted, quotes doubled.
+// A spreadsheet takes a cell that starts with =, +, - or @ (or a tab or carriage return, which
+// it strips before one) for a formula, and runs it: such a cell gets a leading ' and reads as
+// the text it is. Numbers never come through here and stay numbers.
 std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
+    const bool formula =
+        !text.empty() && std::string("=+-@\t\r").find(text[0]) != std::string::npos;
+    const std::string cell = formula ? "'" + text : text;
+    if (cell.find_first_of(",\"\r\n") == std::string::npos) {
+        return cell;
     }
     std::string quoted = "\"";
-    for (char c : text) {
+    for (char c : cell) {
         quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     }
     return quoted + "\"";
 }
 
 std::string XmlText(const std::string& text) {
-    std::string escaped;
-    for (char c : text) {
-        switch (c) {
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
-    return escaped;
+    return textout::Xml(text);
 }
 
 class ExportSink : public DatedSink {
