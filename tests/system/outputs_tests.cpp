@@ -18,7 +18,8 @@
 namespace {
 
 // One output: mdstore's arguments (STORE stands for the store, OUT for the output file; without
-// OUT the standard output is the output) and how outputs_check.py reads it.
+// OUT the standard output is the output) and how outputs_check.py reads it. A new output is a
+// row here (and, for a new kind of file, a check in outputs_check.py: "kml" is there).
 struct Output {
     const char* name;
     std::vector<std::string> args;
