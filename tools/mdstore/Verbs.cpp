@@ -299,15 +299,17 @@ int CopyVerb(int argc, char** argv) {
 int CopyVerbPaths(Options& options, const char* shownAs) {
     const std::string& source = options.paths[0];
     const std::string& destination = options.paths[1];
+    const std::string shownSource = textout::Printable(source);
+    const std::string shownDestination = textout::Printable(destination);
     struct stat info;
     if (lstat(destination.c_str(), &info) == 0) {
-        std::fprintf(stderr, "mdstore: %s exists%s; not overwritten\n", destination.c_str(),
+        std::fprintf(stderr, "mdstore: %s exists%s; not overwritten\n", shownDestination.c_str(),
                      S_ISLNK(info.st_mode) ? " as a symbolic link" : "");
         return 2;
     }
     if (!mdj::IsDirectory(mdj::DirectoryOf(destination))) {
         std::fprintf(stderr, "mdstore: directory %s is missing\n",
-                     mdj::DirectoryOf(destination).c_str());
+                     textout::Printable(mdj::DirectoryOf(destination)).c_str());
         return 2;
     }
     if (options.from > options.to) {
@@ -316,23 +318,23 @@ int CopyVerbPaths(Options& options, const char* shownAs) {
     }
     if ((options.haveSince || options.haveUntil) && !TicksOfTimes(options)) {
         std::fprintf(stderr, "mdstore: no dated records of %s lie between --since and --until\n",
-                     source.c_str());
+                     shownSource.c_str());
         return 2;
     }
     StderrProgress progress;
     mdj::CopyResult result;
     if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result,
                         options.anyKind ? options.kinds : nullptr)) {
-        std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", source.c_str(),
-                     destination.c_str());
+        std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", shownSource.c_str(),
+                     shownDestination.c_str());
         return 2;
     }
     if (result.problems != 0) {
         std::fprintf(stderr, "mdstore: %llu damaged places in %s were skipped\n", result.problems,
-                     source.c_str());
+                     shownSource.c_str());
     }
     std::printf("copied %llu of %llu records into %s\n", result.recordsCopied, result.recordsRead,
-                shownAs != nullptr ? shownAs : destination.c_str());
+                shownAs != nullptr ? shownAs : shownDestination.c_str());
     return 0;
 }
 
