@@ -153,6 +153,70 @@ void Report(DataStore& store, unsigned draw, unsigned tick, Tally& t) {
     }
 }
 
+// What the tally says summary --json must hold (flattened keys) and lines its text must hold.
+void Expect(Tally& t, std::map<std::string, std::string>& want, std::vector<std::string>& lines) {
+    std::istringstream keys(
+        "firstAt lastAt gps.states.valid gps.states.invalid gps.positions radar.states.valid "
+        "radar.states.invalid radar.readings recordings.started recordings.stopped "
+        "covertMode.entered covertMode.left crash.detected crash.cleared bookmarks.count "
+        "bookmarks.min bookmarks.max shutdowns");
+    want = {{"gps.latitudeMin.text", t.latitude.low.Text()},
+            {"gps.latitudeMax.text", t.latitude.high.Text()},
+            {"gps.longitudeMin.text", t.longitude.low.Text()},
+            {"gps.longitudeMax.text", t.longitude.high.Text()},
+            {"cleanShutdown", "true"}};
+    for (long long value :
+         {1000LL, 1000LL + 10 * 899, t.fix, t.noFix, t.ops["ReportGps"], t.radarValid,
+          t.radarInvalid, t.ops["ReportRadar"], t.started, t.stopped, t.entered, t.left, t.detected,
+          t.cleared, t.bookmarks.count, t.bookmarks.min, t.bookmarks.max, 1LL}) {
+        std::string key;
+        keys >> key;
+        want[key] = std::to_string(value);
+    }
+    lines = {"gps:            fix " + std::to_string(t.fix) + ", no fix " +
+                 std::to_string(t.noFix) + ", positions " + std::to_string(t.ops["ReportGps"]),
+             "  latitude     " + t.latitude.low.Text() + " .. " + t.latitude.high.Text(),
+             "  longitude    " + t.longitude.low.Text() + " .. " + t.longitude.high.Text(),
+             "  speedA " + t.radar[0].Text() + ", speedB " + t.radar[1].Text() + ", speedC " +
+                 t.radar[2].Text(),
+             "bookmarks:      " + std::to_string(t.bookmarks.count) + " (ticks " +
+                 t.bookmarks.Text() + ")",
+             "recordings:     " + std::to_string(t.started) + " started, " +
+                 std::to_string(t.stopped) + " stopped"};
+    for (const auto& op : t.ops) {
+        want["perOp." + op.first] = std::to_string(op.second);
+        char line[64];
+        std::snprintf(line, sizeof line, "  %-30s %lld", op.first.c_str(), op.second);
+        lines.push_back(line);
+    }
+    for (unsigned i = 0; i < 6; ++i) {
+        const std::string input = std::string("inputs.") + kInputs[i];
+        want[input + ".toggled"] = std::to_string(t.toggled[i]);
+        want[input + ".on"] = std::to_string(t.inputOn[i]);
+        want[input + ".off"] = std::to_string(t.inputOff[i]);
+        char line[96];
+        std::snprintf(line, sizeof line, "  %-12s %lld toggled, %lld / %lld", kInputs[i],
+                      t.toggled[i], t.inputOn[i], t.inputOff[i]);
+        lines.push_back(line);
+    }
+    for (unsigned source = 1; source <= 2; ++source) {
+        const std::string name = std::string("speed.") + kSources[source];
+        want[name + ".count"] = std::to_string(t.speed[source].count);
+        want[name + ".min"] = std::to_string(t.speed[source].min);
+        want[name + ".max"] = std::to_string(t.speed[source].max);
+        want[std::string("invalidSpeed.") + kSources[source]] = std::to_string(t.invalid[source]);
+        char line[96];
+        std::snprintf(line, sizeof line, "  %-12s %lld readings, %s", kSources[source],
+                      t.speed[source].count, t.speed[source].Text().c_str());
+        lines.push_back(line);
+    }
+    for (unsigned i = 0; i < 3; ++i) {
+        const std::string speed = std::string("radar.speed") + "ABC"[i];
+        want[speed + ".min"] = std::to_string(t.radar[i].min);
+        want[speed + ".max"] = std::to_string(t.radar[i].max);
+    }
+}
+
 }  // namespace
 
 TEST(StoreSummary, EveryFigureMatchesATallyOfTheRecordsWritten) {
@@ -179,74 +243,12 @@ TEST(StoreSummary, EveryFigureMatchesATallyOfTheRecordsWritten) {
     const ProgramResult text = RunProgram({mdstore, "summary", dir.base}, {}, dir.env.Root());
     ASSERT_EQ(0, text.exitCode) << text.err;
 
-    // What --json must hold, and lines the text must hold.
-    std::istringstream keys(
-        "firstAt lastAt gps.states.valid gps.states.invalid gps.positions radar.states.valid "
-        "radar.states.invalid radar.readings recordings.started recordings.stopped "
-        "covertMode.entered covertMode.left crash.detected crash.cleared bookmarks.count "
-        "bookmarks.min bookmarks.max shutdowns");
-    std::map<std::string, long long> numbers;
-    for (long long value :
-         {1000LL, 1000LL + 10 * 899, t.fix, t.noFix, t.ops["ReportGps"], t.radarValid,
-          t.radarInvalid, t.ops["ReportRadar"], t.started, t.stopped, t.entered, t.left, t.detected,
-          t.cleared, t.bookmarks.count, t.bookmarks.min, t.bookmarks.max, 1LL}) {
-        std::string key;
-        keys >> key;
-        numbers[key] = value;
+    std::map<std::string, std::string> want;
+    std::vector<std::string> lines;
+    Expect(t, want, lines);
+    for (const auto& figure : want) {
+        EXPECT_EQ(figure.second, s[figure.first]) << figure.first;
     }
-    std::vector<std::string> lines = {
-        "gps:            fix " + std::to_string(t.fix) + ", no fix " + std::to_string(t.noFix) +
-            ", positions " + std::to_string(t.ops["ReportGps"]),
-        "  latitude     " + t.latitude.low.Text() + " .. " + t.latitude.high.Text(),
-        "  longitude    " + t.longitude.low.Text() + " .. " + t.longitude.high.Text(),
-        "  speedA " + t.radar[0].Text() + ", speedB " + t.radar[1].Text() + ", speedC " +
-            t.radar[2].Text(),
-        "bookmarks:      " + std::to_string(t.bookmarks.count) + " (ticks " + t.bookmarks.Text() +
-            ")",
-        "recordings:     " + std::to_string(t.started) + " started, " + std::to_string(t.stopped) +
-            " stopped"};
-    for (const auto& op : t.ops) {
-        numbers["perOp." + op.first] = op.second;
-        char line[64];
-        std::snprintf(line, sizeof line, "  %-30s %lld", op.first.c_str(), op.second);
-        lines.push_back(line);
-    }
-    for (unsigned i = 0; i < 6; ++i) {
-        const std::string input = std::string("inputs.") + kInputs[i];
-        numbers[input + ".toggled"] = t.toggled[i];
-        numbers[input + ".on"] = t.inputOn[i];
-        numbers[input + ".off"] = t.inputOff[i];
-        char line[96];
-        std::snprintf(line, sizeof line, "  %-12s %lld toggled, %lld / %lld", kInputs[i],
-                      t.toggled[i], t.inputOn[i], t.inputOff[i]);
-        lines.push_back(line);
-    }
-    for (unsigned source = 1; source <= 2; ++source) {
-        const std::string name = std::string("speed.") + kSources[source];
-        numbers[name + ".count"] = t.speed[source].count;
-        numbers[name + ".min"] = t.speed[source].min;
-        numbers[name + ".max"] = t.speed[source].max;
-        numbers[std::string("invalidSpeed.") + kSources[source]] = t.invalid[source];
-        char line[96];
-        std::snprintf(line, sizeof line, "  %-12s %lld readings, %s", kSources[source],
-                      t.speed[source].count, t.speed[source].Text().c_str());
-        lines.push_back(line);
-    }
-    for (unsigned i = 0; i < 3; ++i) {
-        const std::string speed = std::string("radar.speed") + "ABC"[i];
-        numbers[speed + ".min"] = t.radar[i].min;
-        numbers[speed + ".max"] = t.radar[i].max;
-    }
-    for (const auto& figure : numbers) {
-        EXPECT_EQ(std::to_string(figure.second), s[figure.first]) << figure.first;
-    }
-    for (const char* extent : {"latitudeMin", "latitudeMax", "longitudeMin", "longitudeMax"}) {
-        const Extent& axis = extent[0] == 'l' && extent[1] == 'a' ? t.latitude : t.longitude;
-        const Coordinate& c =
-            std::string(extent).find("Min") != std::string::npos ? axis.low : axis.high;
-        EXPECT_EQ(c.Text(), s[std::string("gps.") + extent + ".text"]) << extent;
-    }
-    EXPECT_EQ("true", s["cleanShutdown"]);
     for (const std::string& line : lines) {
         EXPECT_NE(std::string::npos, text.out.find(line + "\n")) << line << "\n" << text.out;
     }
