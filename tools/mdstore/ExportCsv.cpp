@@ -7,13 +7,19 @@
 
 namespace {
 
-// RFC 4180: a field with a comma, quote or line break is quoted, quotes doubled.
+// A text cell. RFC 4180: a cell with a comma, quote or line break is quoted, quotes doubled.
+// A spreadsheet takes a cell that starts with =, +, - or @ (or a tab or carriage return, which
+// it strips before one) for a formula, and runs it: such a cell gets a leading ' and reads as
+// the text it is. Numbers never come through here and stay numbers.
 std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
+    const bool formula =
+        !text.empty() && std::string("=+-@\t\r").find(text[0]) != std::string::npos;
+    const std::string cell = formula ? "'" + text : text;
+    if (cell.find_first_of(",\"\r\n") == std::string::npos) {
+        return cell;
     }
     std::string quoted = "\"";
-    for (char c : text) {
+    for (char c : cell) {
         quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
     }
     return quoted + "\"";
