@@ -6,10 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "JournalFormat.h"
+#include "JournalReader.h"
 
 struct DriveRecord {
     std::uint8_t op = 0;
@@ -28,3 +30,22 @@ struct DriveRecord {
 // the store holds (its start-up records).
 bool ReadDrive(const std::string& path, std::vector<DriveRecord>& records, int& runs,
                std::string& error);
+
+// The same records one at a time, as they are asked for: one segment in memory at a time.
+class DriveReader {
+public:
+    // False when `path` is no readable store.
+    bool Open(const std::string& path);
+    // The next record of the drive; false at the end of the store.
+    bool Next(DriveRecord& record);
+    // The process runs among the records read so far (their start-up records).
+    int Runs() const { return runs_; }
+
+private:
+    mdj::JournalFiles files_;
+    std::size_t segment_ = 0;
+    std::vector<unsigned char> data_;
+    std::unique_ptr<mdj::SegmentScanner> scanner_;
+    std::size_t count_ = 0;
+    int runs_ = 0;
+};

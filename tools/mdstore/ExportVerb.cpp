@@ -1,161 +1,66 @@
-// mdstore export: the GPS track and bookmarks as GPX or GeoJSON, or every record as CSV.
+// mdstore export: the store for other programs, in one of the formats of the table below. Each
+// format writes as the store is read (ExportFormat.h), so memory stays the same whatever the
+// store's size.
 #include <cstdio>
+#include <memory>
 #include <string>
-#include <vector>
 
-#include "RecordMeaning.h"
-#include "RecordPrinter.h"
+#include "ExportFormat.h"
+#include "McapExport.h"
 #include "RecordStream.h"
 #include "Verbs.h"
 
 namespace {
 
-struct Point {
-    meaning::Position position;
-    bool dated = false;
-    long long utcMs = 0;
-    std::uint32_t tick = 0;
+struct FormatEntry {
+    const char* name;
+    std::unique_ptr<ExportFormat> (*make)();
 };
 
-std::string Number(double value, const char* format = "%.6f") {
-    char text[40];
-    std::snprintf(text, sizeof text, format, value);
-    return text;
-}
+const FormatEntry kFormats[] = {
+    {"gpx", GpxExport},
+    {"geojson", GeoJsonExport},
+    {"csv", CsvExport},
+    {"kml", KmlExport},
+};
 
-// RFC 4180: a field with a comma, quote or line break is quoted, quotes doubled.
-std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "\"";
-    for (char c : text) {
-        quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-    }
-    return quoted + "\"";
-}
-
-std::string XmlText(const std::string& text) {
-    std::string escaped;
-    for (char c : text) {
-        switch (c) {
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
-    return escaped;
-}
-
+// One reading of the store: every record the options keep, dated and placed, to the format.
 class ExportSink : public DatedSink {
 public:
-    explicit ExportSink(const Options& options) : DatedSink(options) {}
-    std::vector<Point> fixes;
-    std::vector<Point> bookmarks;  // at the last fix before them
-    std::string csv;
+    ExportSink(const Options& options, ExportFormat& format, int pass)
+        : DatedSink(options), format_(format), pass_(pass) {}
+
+    // Damage is told once, on the first reading.
+    void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
+                 std::size_t length) override {
+        if (pass_ == 0) {
+            DatedSink::Trouble(file, problem, offset, length);
+        }
+    }
 
 protected:
     void Take(const mdj::RecordView& record, const long long* utcMs) override {
-        Point point;
-        point.dated = utcMs != nullptr;
-        point.utcMs = utcMs != nullptr ? *utcMs : 0;
+        ExportRecord point;
+        point.record = &record;
+        point.utcMs = utcMs;
         point.tick = mdj::RecordTime(record.op, record.stamp, record.body, record.size);
-        if (meaning::GpsPosition(record, point.position)) {
-            fixes.push_back(point);
-        } else if (record.op == mdj::kOpReportBookmark && !fixes.empty()) {
-            point.position = fixes.back().position;
-            bookmarks.push_back(point);
+        point.fix = meaning::GpsPosition(record, point.position);
+        if (point.fix) {
+            lastFix_ = point.position;
+            anyFix_ = true;
+        } else if (record.op == mdj::kOpReportBookmark && anyFix_) {
+            point.bookmark = true;
+            point.position = lastFix_;
         }
-        if (options_.format == "csv") {
-            AddCsvRow(record, point);
-        }
+        format_.Take(pass_, point);
     }
 
 private:
-    void AddCsvRow(const mdj::RecordView& record, const Point& point) {
-        std::string fields;
-        RecordText(record, nullptr, fields);
-        fields.erase(0, fields.find(' ') + 1);  // the at and the name have columns of their own
-        const std::size_t args = fields.find(' ');
-        fields = args == std::string::npos ? std::string() : fields.substr(args + 1);
-        const bool fix = record.op == mdj::kOpReportGps;
-        csv += std::to_string(record.stamp) + ',' + std::to_string(point.tick) + ',' +
-               (point.dated ? timeanchor::FormatUtc(point.utcMs) : std::string()) + ',' +
-               mdj::OpName(record.op) + ',' + CsvField(meaning::Phrase(record)) + ',' +
-               (fix ? Number(point.position.latitude) : std::string()) + ',' +
-               (fix ? Number(point.position.longitude) : std::string()) + ',' + CsvField(fields) +
-               "\r\n";
-    }
+    ExportFormat& format_;
+    const int pass_;
+    bool anyFix_ = false;
+    meaning::Position lastFix_;
 };
-
-std::string Gpx(const ExportSink& sink, const std::string& name) {
-    std::string out =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        "<gpx version=\"1.1\" creator=\"mdstore\" xmlns=\"http://www.topografix.com/GPX/1/1\">\n";
-    const auto attributes = [](const Point& p) {
-        return "lat=\"" + Number(p.position.latitude) + "\" lon=\"" + Number(p.position.longitude) +
-               "\"";
-    };
-    const auto time = [](const Point& p) {
-        return p.dated ? "<time>" + timeanchor::FormatUtc(p.utcMs) + "</time>" : std::string();
-    };
-    for (const Point& bookmark : sink.bookmarks) {
-        out += "  <wpt " + attributes(bookmark) + ">" + time(bookmark) + "<name>bookmark " +
-               std::to_string(bookmark.tick) + "</name></wpt>\n";
-    }
-    out += "  <trk><name>" + XmlText(name) + "</name><trkseg>\n";
-    for (const Point& fix : sink.fixes) {
-        out += "    <trkpt " + attributes(fix) + "><ele>" + std::to_string(fix.position.altitude) +
-               "</ele>" + time(fix) + "</trkpt>\n";
-    }
-    return out + "  </trkseg></trk>\n</gpx>\n";
-}
-
-std::string GeoJson(const ExportSink& sink, const std::string& name) {
-    const auto coordinates = [](const Point& p) {
-        return "[" + Number(p.position.longitude) + "," + Number(p.position.latitude) + "]";
-    };
-    const auto time = [](const Point& p) {
-        return p.dated ? "\"" + timeanchor::FormatUtc(p.utcMs) + "\"" : std::string("null");
-    };
-    std::string out = "{\"type\":\"FeatureCollection\",\"features\":[";
-    std::string line;
-    std::string times;
-    for (const Point& fix : sink.fixes) {
-        line += (line.empty() ? "" : ",") + coordinates(fix);
-        times += (times.empty() ? "" : ",") + time(fix);
-    }
-    std::string quotedName;
-    AppendJsonString(quotedName, name.data(), name.size());
-    bool first = true;
-    if (!sink.fixes.empty()) {
-        out += "{\"type\":\"Feature\",\"geometry\":{\"type\":";
-        out += sink.fixes.size() == 1 ? "\"Point\",\"coordinates\":" + line
-                                      : "\"LineString\",\"coordinates\":[" + line + "]";
-        out += "},\"properties\":{\"name\":" + quotedName + ",\"times\":[" + times + "]}}";
-        first = false;
-    }
-    for (const Point& bookmark : sink.bookmarks) {
-        out += std::string(first ? "" : ",") +
-               "{\"type\":\"Feature\",\"geometry\":{\"type\":\"Point\",\"coordinates\":" +
-               coordinates(bookmark) +
-               "},\"properties\":{\"name\":\"bookmark\",\"tick\":" + std::to_string(bookmark.tick) +
-               ",\"utc\":" + time(bookmark) + "}}";
-        first = false;
-    }
-    return out + "]}\n";
-}
 
 }  // namespace
 
@@ -166,26 +71,39 @@ int ExportVerb(int argc, char** argv) {
     if (early >= 0) {
         return early;
     }
-    if (options.format.empty()) {
-        return UsageError(argv[0], "needs --format gpx, geojson or csv");
+    if (options.format == "mcap") {
+        return ExportMcap(options);  // reads the store through its own sink: see McapExport.h
     }
-    ExportSink sink(options);
-    if (options.format == "csv") {
-        sink.csv = "at,tick,utc,op,meaning,latitude,longitude,fields\r\n";
+    std::unique_ptr<ExportFormat> format;
+    for (const FormatEntry& entry : kFormats) {
+        format = options.format == entry.name ? entry.make() : std::move(format);
     }
-    if (!mdj::ReadJournal(options.paths[0], sink)) {
+    if (format == nullptr) {
+        return UsageError(argv[0], "needs --format gpx, geojson, csv, kml or mcap");
+    }
+    mdj::JournalFiles files;
+    if (!mdj::ResolveJournal(options.paths[0], files)) {
         return Unreadable(options.paths[0]);
     }
-    const std::string text = options.format == "gpx"       ? Gpx(sink, options.paths[0])
-                             : options.format == "geojson" ? GeoJson(sink, options.paths[0])
-                                                           : sink.csv;
     const bool toStdout = options.output == "-";
     std::FILE* out = toStdout ? stdout : std::fopen(options.output.c_str(), "wb");
     if (out == nullptr) {
         std::fprintf(stderr, "mdstore: cannot write %s\n", options.output.c_str());
         return 2;
     }
-    const bool written = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+    format->Begin(out, options);
+    bool read = true;
+    for (int pass = 0; pass < format->Passes(); ++pass) {
+        ExportSink sink(options, *format, pass);
+        format->BeginPass(pass);
+        read = mdj::ReadJournal(options.paths[0], sink) && read;
+        format->EndPass(pass);
+    }
+    format->End();
+    const bool written = std::ferror(out) == 0;
     const bool closed = toStdout ? std::fflush(out) == 0 : std::fclose(out) == 0;
+    if (!read) {
+        return Unreadable(options.paths[0]);
+    }
     return written && closed ? 0 : 2;
 }

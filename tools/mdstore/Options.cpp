@@ -24,7 +24,19 @@ bool ParseTick(const char* text, std::uint32_t& value) {
     return true;
 }
 
-enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson, kKey, kPubkey };
+enum LongOnly {
+    kFrom = 256,
+    kTo,
+    kSince,
+    kUntil,
+    kKind,
+    kFollow,
+    kFormat,
+    kJson,
+    kCompression,
+    kKey,
+    kPubkey
+};
 
 struct Allowed {
     option entry;
@@ -43,6 +55,7 @@ const Allowed kAll[] = {
     {{"follow", optional_argument, nullptr, kFollow}, kOptFollow},
     {{"format", required_argument, nullptr, kFormat}, kOptExport},
     {{"output", required_argument, nullptr, 'o'}, kOptExport | kOptOutput},
+    {{"compression", required_argument, nullptr, kCompression}, kOptExport},
     {{"key", required_argument, nullptr, kKey}, kOptKey},
     {{"pubkey", required_argument, nullptr, kPubkey}, kOptPubkey},
 };
@@ -51,6 +64,19 @@ const Allowed kAll[] = {
 bool ParseMoment(const char* text, std::uint32_t& tick, bool& isTick, long long& utcMs) {
     isTick = ParseTick(text, tick);
     return isTick || timeanchor::ParseUtc(text, utcMs);
+}
+
+// --format and --compression: keeps the value; what is wrong with it, "" when nothing.
+std::string TakeChoice(int code, const std::string& value, Options& options) {
+    if (code == kFormat) {
+        options.format = value;
+        return value == "gpx" || value == "geojson" || value == "csv" || value == "kml" ||
+                       value == "mcap"
+                   ? ""
+                   : "--format is gpx, geojson, csv, kml or mcap, not " + value;
+    }
+    options.compression = value;
+    return value == "none" || value == "zstd" ? "" : "--compression is none or zstd, not " + value;
 }
 
 }  // namespace
@@ -158,13 +184,13 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
                 }
                 break;
             case kFormat:
-                options.format = optarg;
-                if (options.format != "gpx" && options.format != "geojson" &&
-                    options.format != "csv") {
-                    return UsageError(verb,
-                                      "--format is gpx, geojson or csv, not " + options.format);
+            case kCompression: {
+                const std::string problem = TakeChoice(code, optarg, options);
+                if (!problem.empty()) {
+                    return UsageError(verb, problem);
                 }
                 break;
+            }
             case 'o':
                 options.output = optarg;
                 break;

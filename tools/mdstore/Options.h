@@ -16,7 +16,7 @@ enum OptionSet : unsigned {
     kOptKind = 1u << 2,    // --kind OP (repeatable)
     kOptLast = 1u << 3,    // -n N
     kOptFollow = 1u << 4,  // --follow[=SECONDS]
-    kOptExport = 1u << 5,  // --format F, -o FILE
+    kOptExport = 1u << 5,  // --format F, -o FILE, --compression C
     kOptOutput = 1u << 6,  // -o FILE alone
     kOptKey = 1u << 7,     // --key FILE
     kOptPubkey = 1u << 8,  // --pubkey FILE
@@ -37,8 +37,9 @@ struct Options {
     double followSeconds = 0;  // 0: until SIGINT or SIGTERM
     std::string format;
     std::string output = "-";
-    std::string key;     // --key: a private key (PEM)
-    std::string pubkey;  // --pubkey: a public key (PEM)
+    std::string compression;  // MCAP chunks: "none", "zstd" or "" (zstd where the build has it)
+    std::string key;          // --key: a private key (PEM)
+    std::string pubkey;       // --pubkey: a public key (PEM)
     std::vector<std::string> paths;
 
     // True when the record passes --from/--to, --kind and (with `utcMs`, null when unknown)

@@ -4,6 +4,7 @@
 
 #include "RecordFields.h"
 #include "RecordSchema.h"
+#include "TextEscape.h"
 #include "TimeAnchors.h"
 
 namespace meaning {
@@ -98,42 +99,8 @@ void AddPosition(const RecordFields& f, std::vector<DecodedField>& out) {
 
 }  // namespace
 
-std::size_t Utf8Length(const unsigned char* text, std::size_t size) {
-    const unsigned char c = text[0];
-    std::size_t length = 0;
-    unsigned char low = 0x80;
-    unsigned char high = 0xBF;
-    if (c >= 0xC2 && c <= 0xDF) {
-        length = 2;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        length = 3;
-        low = c == 0xE0 ? 0xA0 : 0x80;
-        high = c == 0xED ? 0x9F : 0xBF;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        length = 4;
-        low = c == 0xF0 ? 0x90 : 0x80;
-        high = c == 0xF4 ? 0x8F : 0xBF;
-    }
-    if (length == 0 || length > size || text[1] < low || text[1] > high) {
-        return 0;
-    }
-    for (std::size_t i = 2; i < length; ++i) {
-        if (text[i] < 0x80 || text[i] > 0xBF) {
-            return 0;
-        }
-    }
-    return length;
-}
-
 std::string ValidUtf8(const std::string& text) {
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    std::string valid;
-    for (std::size_t i = 0; i < text.size();) {
-        const std::size_t length = bytes[i] < 0x80 ? 1 : Utf8Length(bytes + i, text.size() - i);
-        valid += length == 0 ? std::string("\xEF\xBF\xBD") : text.substr(i, length);
-        i += length == 0 ? 1 : length;
-    }
-    return valid;
+    return textout::ValidUtf8(text);
 }
 
 const char* TagName(std::uint32_t tag) {

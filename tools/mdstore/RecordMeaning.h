@@ -43,10 +43,7 @@ const char* ComponentName(std::uint32_t component);
 const char* AnchorReasonName(std::uint32_t reason);
 // "192.168.1.20" of a stored ReportLvsState address (network order as a big-endian number).
 std::string Ipv4Text(std::uint32_t address);
-// The length of the well-formed UTF-8 sequence at `text` (no overlong forms, no surrogates,
-// nothing above U+10FFFF); 0 when the bytes there are not one.
-std::size_t Utf8Length(const unsigned char* text, std::size_t size);
-// `text` with every byte that is no UTF-8 replaced by U+FFFD.
+// `text` with each ill-formed UTF-8 sequence replaced by U+FFFD (see TextEscape.h).
 std::string ValidUtf8(const std::string& text);
 // Degrees, minutes and minute fraction (ten thousandths) as decimal degrees.
 double DecimalDegrees(long long degrees, long long minutes, long long fraction, bool negative);

@@ -5,39 +5,12 @@
 
 #include "RecordMeaning.h"
 #include "RecordSchema.h"
+#include "TextEscape.h"
 #include "TimeAnchors.h"
 
 void AppendJsonString(std::string& out, const char* text, std::size_t size) {
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(text);
     out += '"';
-    for (std::size_t i = 0; i < size;) {
-        const unsigned char c = bytes[i];
-        const std::size_t sequence = c >= 0x80 ? meaning::Utf8Length(bytes + i, size - i) : 0;
-        if (sequence != 0) {
-            out.append(text + i, sequence);
-            i += sequence;
-            continue;
-        }
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c == '\n') {
-            out += "\\n";
-        } else if (c == '\t') {
-            out += "\\t";
-        } else if (c == '\r') {
-            out += "\\r";
-        } else if (c < 0x20 || c >= 0x80) {
-            // Control characters as JSON requires; a byte that is no UTF-8 as its Latin-1
-            // character, so the line stays valid whatever the text held.
-            char escaped[8];
-            std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
-        ++i;
-    }
+    textout::AppendJsonEscaped(out, text, size);
     out += '"';
 }
 

@@ -12,7 +12,6 @@
 bool RecordJson(const mdj::RecordView& record, const long long* utcMs, std::string& out);
 bool RecordText(const mdj::RecordView& record, const long long* utcMs, std::string& out);
 
-// Appends `size` bytes of `text` as a JSON string: quoted, UTF-8 kept as it is, escaped only
-// what JSON requires (and bytes that are no UTF-8), so the line is valid JSON whatever the
-// text held.
+// Appends `size` bytes of `text` as a JSON string: quoted, escaped as TextEscape.h says, so
+// the line is valid JSON and safe on a terminal whatever the text held.
 void AppendJsonString(std::string& out, const char* text, std::size_t size);

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "TextEscape.h"
+
 bool DatedSink::Record(const mdj::SegmentFile&, const mdj::RecordView& record) {
     anchors_.Note(record);
     long long utcMs = 0;
@@ -20,11 +22,11 @@ void DatedSink::Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std:
 
 void ReportTrouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
                    std::size_t length) {
-    std::fprintf(stderr, "mdstore: %s: %s at offset %zu (%zu bytes)\n", file.path.c_str(),
-                 mdj::ProblemName(problem), offset, length);
+    std::fprintf(stderr, "mdstore: %s: %s at offset %zu (%zu bytes)\n",
+                 textout::Printable(file.path).c_str(), mdj::ProblemName(problem), offset, length);
 }
 
 int Unreadable(const std::string& path) {
-    std::fprintf(stderr, "mdstore: no metadata files at %s\n", path.c_str());
+    std::fprintf(stderr, "mdstore: no metadata files at %s\n", textout::Printable(path).c_str());
     return 2;
 }

@@ -4,6 +4,8 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "TextEscape.h"
+
 namespace report {
 
 void Append(std::string& out, const char* format, ...) {
@@ -28,30 +30,7 @@ void Append(std::string& out, const char* format, ...) {
 }
 
 std::string Escape(const std::string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            case '\'':
-                out += "&#39;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
+    return textout::Html(text);
 }
 
 double NiceStep(double span, unsigned parts) {

@@ -11,7 +11,7 @@
 namespace report {
 
 void Append(std::string& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
-// `text` with &, <, >, " and ' escaped; UTF-8 passes through.
+// `text` as HTML text or attribute value (TextEscape.h): the DOM holds `text` itself.
 std::string Escape(const std::string& text);
 // A round step (1, 2 or 5 times a power of ten) that cuts `span` into at most `parts` pieces.
 double NiceStep(double span, unsigned parts);

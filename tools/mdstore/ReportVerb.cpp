@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "RecordStream.h"
 #include "ReportHtml.h"
+#include "TextEscape.h"
 #include "Verbs.h"
 
 const char* const kReportUsage =
@@ -62,21 +64,21 @@ int ReportVerb(int argc, char** args) {
     report::AxisClock clock;
     report::Drive drive;
     if (!summary::Summarize(path, summary) || !report::ReadDrive(path, drive, clock)) {
-        std::fprintf(stderr, "mdstore: no metadata files at %s\n", path.c_str());
-        return 2;
+        return Unreadable(path);
     }
     std::string page;
     report::AppendPage(summary, drive, clock, page);
 
     std::FILE* file = output == "-" ? stdout : std::fopen(output.c_str(), "w");
     if (file == nullptr) {
-        std::perror(("mdstore report: " + output).c_str());
+        std::perror(("mdstore report: " + textout::Printable(output)).c_str());
         return 2;
     }
     const bool written = std::fwrite(page.data(), 1, page.size(), file) == page.size();
     const bool closed = file == stdout ? std::fflush(file) == 0 : std::fclose(file) == 0;
     if (!written || !closed) {
-        std::fprintf(stderr, "mdstore report: writing %s failed\n", output.c_str());
+        std::fprintf(stderr, "mdstore report: writing %s failed\n",
+                     textout::Printable(output).c_str());
         return 2;
     }
     return 0;

@@ -1,5 +1,7 @@
 #include "SimulatedDrive.h"
 
+#include <algorithm>
+
 namespace {
 
 // The draws that select each branch of the simulator, as rand() values: a d30 shows the value
@@ -80,13 +82,13 @@ struct RadarView {
 };
 
 // "Speed of `source` invalid" at k: what the simulator writes for no fix or no radar.
-bool InvalidSpeed(const std::vector<Rec>& recs, std::size_t k, unsigned int source) {
+bool InvalidSpeed(const RecWindow& recs, std::size_t k, unsigned int source) {
     return RecIs(recs, k, mdj::kOpReportValidSpeed, false) && recs[k].U(0) == source &&
            recs[k].U(1) == 0;
 }
 
 // The radar part of a pass at k: its length, 0 when there is none.
-std::size_t RadarPart(const std::vector<Rec>& recs, std::size_t k) {
+std::size_t RadarPart(const RecWindow& recs, std::size_t k) {
     if (!RecIs(recs, k, mdj::kOpReportRadarState, true) || recs[k].U(0) != 1) {
         return 0;
     }
@@ -99,7 +101,7 @@ std::size_t RadarPart(const std::vector<Rec>& recs, std::size_t k) {
     return simulated ? 2 : 0;
 }
 
-RadarView ViewRadar(const std::vector<Rec>& recs, std::size_t k) {
+RadarView ViewRadar(const RecWindow& recs, std::size_t k) {
     RadarView view;
     view.active = recs[k].U(1) != 0;
     if (view.active) {
@@ -111,7 +113,7 @@ RadarView ViewRadar(const std::vector<Rec>& recs, std::size_t k) {
 }
 
 // The GPS part of a full pass at k with tick `tick`: its length, 0 when there is none.
-std::size_t GpsPart(const std::vector<Rec>& recs, std::size_t k, std::uint32_t tick) {
+std::size_t GpsPart(const RecWindow& recs, std::size_t k, std::uint32_t tick) {
     if (!RecIs(recs, k, mdj::kOpReportGpsState, true)) {
         return 0;
     }
@@ -133,8 +135,8 @@ std::size_t GpsPart(const std::vector<Rec>& recs, std::size_t k, std::uint32_t t
 }
 
 // A full pass at k: its length, 0 when there is none.
-std::size_t FullPass(const std::vector<Rec>& recs, std::size_t k) {
-    if (k >= recs.size()) {
+std::size_t FullPass(const RecWindow& recs, std::size_t k) {
+    if (!recs.Has(k)) {
         return 0;
     }
     const std::uint32_t tick = recs[k].U(1);
@@ -168,10 +170,17 @@ std::size_t FullPass(const std::vector<Rec>& recs, std::size_t k) {
 // Works the draws out pass by pass, keeping the simulator's state as it must have been.
 class Inference {
 public:
-    Inference(const std::vector<Rec>& recs, std::vector<int>& draws) : recs_(recs), draws_(draws) {}
+    Inference(const RecWindow& recs, DrawLog& draws) : recs_(recs), draws_(draws) {}
 
     bool FullPass(std::size_t k, std::string& error);
     bool RadarPass(std::size_t k, std::string& error);
+    // Every draw before the oldest that a later pass may still change is final.
+    void Settle() {
+        std::size_t settled = draws_.size();
+        settled = gpsHidden_.empty() ? settled : std::min(settled, gpsHidden_.front());
+        settled = radarHidden_.empty() ? settled : std::min(settled, radarHidden_.front());
+        draws_.Settle(settled);
+    }
 
 private:
     int Inputs(std::size_t k, std::string& error);
@@ -179,8 +188,8 @@ private:
     int Mics(std::size_t k, std::string& error);
     bool RadarWithHidden(const RadarView& view);
 
-    const std::vector<Rec>& recs_;
-    std::vector<int>& draws_;
+    const RecWindow& recs_;
+    DrawLog& draws_;
     bool inputs_[6] = {};
     bool mics_[4] = {};
     bool fix_ = false;
@@ -415,59 +424,89 @@ bool Inference::FullPass(std::size_t k, std::string& error) {
 
 }  // namespace
 
-void SimulatedDrive::Find(const std::vector<Rec>& recs, std::size_t from) {
-    passes_.clear();
-    radarOnly_ = false;
-    for (std::size_t k = from; k < recs.size();) {
-        const std::size_t count = FullPass(recs, k);
-        if (count == 0) {
-            ++k;
-            continue;
-        }
-        SimulatedPass pass;
-        pass.first = k;
-        pass.count = count;
-        pass.tick = recs[k].U(1);
-        passes_.push_back(pass);
-        k += count;
+void DrawLog::Settle(std::size_t index) {
+    for (; base_ < index; ++base_) {
+        std::fprintf(out_, "%d\n", held_.front());
+        held_.pop_front();
     }
-    if (!passes_.empty()) {
-        return;
+}
+
+bool SimulatedDrive::PassAt(const RecWindow& recs, std::size_t k, SimulatedPass& pass) const {
+    pass.count = radarOnly_ ? RadarPart(recs, k) : FullPass(recs, k);
+    pass.first = k;
+    // A radar-only pass reads the clock the store stamped its group with.
+    pass.tick = pass.count == 0 ? 0 : radarOnly_ ? recs[k].stamp : recs[k].U(1);
+    return pass.count > 0;
+}
+
+bool SimulatedDrive::NextPass(const RecWindow& recs, std::size_t k, SimulatedPass& pass) const {
+    for (; recs.Has(k); ++k) {
+        if (PassAt(recs, k, pass)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool SimulatedDrive::Find(const std::string& path, int& runs) {
+    passes_ = 0;
+    radarOnly_ = false;
+    DriveReader reader;
+    if (!reader.Open(path)) {
+        return false;
+    }
+    RecWindow recs(reader);
+    SimulatedPass pass;
+    for (std::size_t k = 0; recs.Has(k); recs.Forget(k)) {
+        passes_ += PassAt(recs, k, pass) ? 1 : 0;
+        k += pass.count > 0 ? pass.count : 1;
+    }
+    runs = reader.Runs();
+    if (passes_ > 0) {
+        return true;
     }
     // Radar only: the passes are its radar groups. Only a reading without a tick tells that the
     // process simulated; a drive whose radar stayed off inverts exactly without simulating.
+    DriveReader radarReader;
+    radarReader.Open(path);
+    RecWindow radar(radarReader);
+    radarOnly_ = true;
     bool reading = false;
-    for (std::size_t k = from; k < recs.size();) {
-        const std::size_t count = RadarPart(recs, k);
-        if (count == 0) {
+    for (std::size_t k = 0; radar.Has(k); radar.Forget(k)) {
+        if (PassAt(radar, k, pass)) {
+            reading = reading || radar[k].U(1) != 0;
+            ++passes_;
+        }
+        k += pass.count > 0 ? pass.count : 1;
+    }
+    passes_ = reading ? passes_ : 0;
+    radarOnly_ = passes_ > 0;
+    return true;
+}
+
+bool SimulatedDrive::Draws(const std::string& path, std::FILE* out, std::string& error) const {
+    DriveReader reader;
+    if (!reader.Open(path)) {
+        error = "nothing readable at " + path;
+        return false;
+    }
+    RecWindow recs(reader);
+    DrawLog draws(out);
+    Inference inference(recs, draws);
+    SimulatedPass pass;
+    for (std::size_t k = 0; recs.Has(k); recs.Forget(k)) {
+        if (!PassAt(recs, k, pass)) {
             ++k;
             continue;
         }
-        reading = reading || recs[k].U(1) != 0;
-        SimulatedPass pass;
-        pass.first = k;
-        pass.count = count;
-        pass.tick = recs[k].stamp;
-        passes_.push_back(pass);
-        k += count;
-    }
-    if (!reading) {
-        passes_.clear();
-    }
-    radarOnly_ = !passes_.empty();
-}
-
-bool SimulatedDrive::Draws(const std::vector<Rec>& recs, std::vector<int>& draws,
-                           std::string& error) const {
-    draws.clear();
-    Inference inference(recs, draws);
-    for (const SimulatedPass& pass : passes_) {
-        const bool ok = radarOnly_ ? inference.RadarPass(pass.first, error)
-                                   : inference.FullPass(pass.first, error);
+        const bool ok = radarOnly_ ? inference.RadarPass(k, error) : inference.FullPass(k, error);
         if (!ok) {
             error = "pass at tick " + std::to_string(pass.tick) + ": " + error;
             return false;
         }
+        inference.Settle();
+        k += pass.count;
     }
-    return true;
+    draws.Settle(draws.size());
+    return std::ferror(out) == 0;
 }

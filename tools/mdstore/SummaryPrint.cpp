@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "Summary.h"
+#include "TextEscape.h"
 
 namespace summary {
 
@@ -53,12 +54,12 @@ std::string StatesText(const std::map<unsigned, unsigned long long>& states) {
 
 void PrintText(const StoreSummary& s, std::string& out) {
     Label(out, "store");
-    Append(out, "%s\n", s.path.c_str());
+    out += textout::Printable(s.path) + "\n";
     Label(out, "segments");
     Append(out, "%zu, %llu bytes\n", s.segments.size(), s.bytes);
     for (const Segment& segment : s.segments) {
-        Append(out, "  %s  %llu bytes, %llu records\n", segment.path.c_str(), segment.bytes,
-               segment.records);
+        out += "  " + textout::Printable(segment.path);
+        Append(out, "  %llu bytes, %llu records\n", segment.bytes, segment.records);
     }
     Label(out, "ticks");
     if (s.anyTick) {
@@ -175,7 +176,8 @@ void PrintText(const StoreSummary& s, std::string& out) {
     } else {
         Append(out, "%zu places, %llu bytes\n", s.damage.size(), s.damageBytes);
         for (const Damage& damage : s.damage) {
-            Append(out, "  %s (%llu bytes)\n", damage.place.c_str(), damage.bytes);
+            out += "  " + textout::Printable(damage.place);
+            Append(out, " (%llu bytes)\n", damage.bytes);
         }
     }
 }

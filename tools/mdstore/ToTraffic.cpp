@@ -117,24 +117,13 @@ private:
     std::uint32_t tick_ = 0;
 };
 
-std::vector<Rec> Decoded(const std::vector<DriveRecord>& records) {
-    std::vector<Rec> recs(records.size());
-    for (std::size_t k = 0; k < records.size(); ++k) {
-        const DriveRecord& record = records[k];
-        Rec& rec = recs[k];
-        rec.op = record.op;
-        mdj::WalkRecord(record.op, record.body.data(), record.body.size(), &rec.v);
-        rec.stamp = record.stamp;
-        rec.time = mdj::RecordTime(record.op, record.stamp, record.body.data(), record.body.size());
-    }
-    return recs;
-}
+// No end given: the records run on to the end of the drive.
+const std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
 class Inverter {
 public:
-    Inverter(const std::vector<DriveRecord>& records, const std::vector<Rec>& recs,
-             const SimulatedDrive& simulation, Writer& out)
-        : raw_(records), recs_(recs), simulation_(simulation), out_(out), limit_(recs.size()) {}
+    Inverter(RecWindow& recs, const SimulatedDrive& simulation, Writer& out)
+        : recs_(recs), simulation_(simulation), out_(out) {}
 
     // Returns the number of records that no traffic reproduces exactly.
     int Run();
@@ -145,8 +134,8 @@ private:
         return k < limit_ && RecIs(recs_, k, op, flag);
     }
     void Lost(std::size_t k, const char* why) {
-        out_.Comment(std::string(why) + ": record " + std::to_string(raw_[k].number) + " " +
-                     raw_[k].Text());
+        out_.Comment(std::string(why) + ": record " + std::to_string(recs_.Raw(k).number) + " " +
+                     recs_.Raw(k).Text());
         ++lost_;
     }
 
@@ -167,15 +156,16 @@ private:
     void RunPasses();
     // The records [k, end) as the one message that wrote them; returns how many it took.
     unsigned long Message(std::size_t k, std::size_t end);
+    // The end of the drive when it is near enough after k to matter to Message, else kNoLimit.
+    std::size_t TailEnd(std::size_t k) const;
     // Records one message writes that are otherwise sent one by one: a camera item's four
     // ports, a microphone list.
     bool OneItem(std::size_t k, std::size_t end);
 
-    const std::vector<DriveRecord>& raw_;
-    const std::vector<Rec>& recs_;
+    RecWindow& recs_;
     const SimulatedDrive& simulation_;
     Writer& out_;
-    std::size_t limit_;
+    std::size_t limit_ = kNoLimit;
     std::size_t next_ = 0;
     unsigned int levels_ = 0;  // the inputs' levels as the last notice left them
     int lost_ = 0;
@@ -251,7 +241,7 @@ std::size_t Inverter::Config(std::size_t k, bool flag, bool serve) {
         }
         return all ? 5 : 0;
     }
-    const std::size_t index = k < recs_.size() ? ConfigIndex(recs_[k].op) : 5;
+    const std::size_t index = recs_.Has(k) ? ConfigIndex(recs_[k].op) : 5;
     if (index == 5 || recs_[k].v.flag != flag) {
         return 0;
     }
@@ -614,7 +604,7 @@ std::size_t Inverter::Change(std::size_t k) {
 int Inverter::Run() {
     // The process starts at the drive's first time.
     std::uint32_t start = 0;
-    for (std::size_t k = 0; k < recs_.size() && start == 0; ++k) {
+    for (std::size_t k = 0; recs_.Has(k) && start == 0; ++k) {
         start = recs_[k].time;
     }
     out_.Tick(start);
@@ -636,9 +626,9 @@ int Inverter::Run() {
 
 void Inverter::RunChanges() {
     // Changes keep their distances in time; a clock that went back counts as no time.
-    const std::uint32_t base = next_ < recs_.size() ? recs_[next_].time : 0;
+    const std::uint32_t base = recs_.Has(next_) ? recs_[next_].time : 0;
     unsigned long long ms = 0;
-    for (std::size_t k = next_; k < recs_.size();) {
+    for (std::size_t k = next_; recs_.Has(k); recs_.Forget(k)) {
         const std::uint32_t time = recs_[k].time;
         if (time - base > ms && time - base < 0x80000000u) {
             ms = time - base;
@@ -655,15 +645,18 @@ void Inverter::RunChanges() {
 }
 
 void Inverter::RunPasses() {
-    const std::vector<SimulatedPass>& passes = simulation_.Passes();
     out_.Comment(std::string("simulator ") + (simulation_.RadarOnly() ? "-s -r" : "-s"));
-    out_.Comment("a simulated drive of " + std::to_string(passes.size()) +
+    out_.Comment("a simulated drive of " + std::to_string(simulation_.PassCount()) +
                  " loop passes: each is driven by the message before it (a ping where the "
                  "loop woke without one) and a sync, so that it reads the clock of its records");
-    const std::uint32_t base = passes.front().tick;
+    std::uint32_t base = 0;
     unsigned long long ms = 0;
     std::size_t k = next_;
-    for (const SimulatedPass& pass : passes) {
+    SimulatedPass pass;
+    std::size_t index = 0;
+    for (std::size_t at = 0; simulation_.NextPass(recs_, at, pass);
+         at = pass.first + pass.count, ++index) {
+        base = index == 0 ? pass.tick : base;
         if (pass.tick - base > ms && pass.tick - base < 0x80000000u) {
             ms = pass.tick - base;
         }
@@ -672,7 +665,8 @@ void Inverter::RunPasses() {
         // Records after the last pass came from a message that the quit was right behind: no
         // pass followed it. That message and the quit are sent while the last pass still runs,
         // so that both wait in the queue when the loop reads the message.
-        const bool quitBehind = &pass == &passes.back() && pass.first + pass.count < recs_.size();
+        const bool quitBehind =
+            index + 1 == simulation_.PassCount() && recs_.Has(pass.first + pass.count);
         if (Message(k, pass.first) == 0) {
             if (quitBehind) {
                 out_.Sent("Cli", kPing, Bytes());
@@ -684,23 +678,36 @@ void Inverter::RunPasses() {
             out_.Sync();
         }
         k = pass.first + pass.count;
+        recs_.Forget(k);
     }
-    Message(k, recs_.size());
+    Message(k, TailEnd(k));
+}
+
+std::size_t Inverter::TailEnd(std::size_t k) const {
+    // Past the longest message that is one item (a microphone list), no end changes how the
+    // records are sent.
+    const std::size_t longest = 2 * MicStatusResponse::kMaxEntries + 1;
+    std::size_t end = k;
+    while (end < k + longest && recs_.Has(end)) {
+        ++end;
+    }
+    return recs_.Has(end) ? kNoLimit : end;
 }
 
 unsigned long Inverter::Message(std::size_t k, std::size_t end) {
     const unsigned long before = out_.SentCount();
     limit_ = end;
     if (!OneItem(k, end)) {
-        while (k < end) {
+        while (k < end && recs_.Has(k)) {
             const std::size_t count = Change(k);
             if (count == 0) {
                 Lost(k, "not invertible (no notice or request produces it here)");
             }
             k += count > 0 ? count : 1;
+            recs_.Forget(k);
         }
     }
-    limit_ = recs_.size();
+    limit_ = kNoLimit;
     const unsigned long messages = out_.SentCount() - before;
     if (messages > 1) {
         out_.Comment("the " + std::to_string(messages) +
@@ -735,18 +742,42 @@ bool Inverter::OneItem(std::size_t k, std::size_t end) {
     return false;
 }
 
-bool WriteDraws(const std::string& path, const std::vector<int>& draws) {
+// The draws, worked out into `draws` before the capture was written, behind their heading;
+// `draws` is closed.
+bool WriteDraws(const std::string& path, std::FILE* draws) {
     std::FILE* file = std::fopen(path.c_str(), "w");
     if (file == nullptr) {
         std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
         return false;
     }
     std::fprintf(file, "# the simulator's draws of a replayed drive, in the order it takes them\n");
-    for (int draw : draws) {
-        std::fprintf(file, "%d\n", draw);
+    std::rewind(draws);
+    char buffer[4096];
+    for (std::size_t got = std::fread(buffer, 1, sizeof buffer, draws); got > 0;
+         got = std::fread(buffer, 1, sizeof buffer, draws)) {
+        std::fwrite(buffer, 1, got, file);
     }
-    if (std::fclose(file) != 0) {
+    const bool read = std::ferror(draws) == 0;
+    std::fclose(draws);
+    if (!read || std::fclose(file) != 0) {
         std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
+        return false;
+    }
+    return true;
+}
+
+// Works out the simulator's draws into a temporary file; false (with the reason on standard
+// error) when the drive is no simulated one or the file cannot be made.
+bool WorkOutDraws(const std::string& store, const SimulatedDrive& simulation, std::FILE*& draws) {
+    draws = std::tmpfile();
+    if (draws == nullptr) {
+        std::fprintf(stderr, "mdstore: cannot make a temporary file for the draws\n");
+        return false;
+    }
+    std::string error;
+    if (!simulation.Draws(store, draws, error)) {
+        std::fprintf(stderr, "mdstore: %s: the simulator cannot have written this drive (%s)\n",
+                     store.c_str(), error.c_str());
         return false;
     }
     return true;
@@ -760,12 +791,13 @@ int TrafficVerb(int argc, char** argv) {
     if (early >= 0) {
         return early;
     }
+    // The store is read three times at most: for its passes and runs, for the simulator's draws,
+    // and for the traffic; each reading holds only the records at hand.
     const std::vector<std::string>& args = options.paths;
-    std::vector<DriveRecord> records;
+    SimulatedDrive simulation;
     int runs = 0;
-    std::string error;
-    if (!ReadDrive(args[0], records, runs, error)) {
-        std::fprintf(stderr, "mdstore: %s\n", error.c_str());
+    if (!simulation.Find(args[0], runs)) {
+        std::fprintf(stderr, "mdstore: nothing readable at %s\n", args[0].c_str());
         return 2;
     }
     if (runs > 1) {
@@ -775,10 +807,7 @@ int TrafficVerb(int argc, char** argv) {
                      args[0].c_str(), runs);
         return 2;
     }
-    const std::vector<Rec> recs = Decoded(records);
-    SimulatedDrive simulation;
-    simulation.Find(recs, 0);
-    std::vector<int> draws;
+    std::FILE* draws = nullptr;
     if (simulation.Simulated()) {
         // The simulator's draws go beside the capture: the process reads them from a file.
         if (args.size() < 2) {
@@ -788,15 +817,13 @@ int TrafficVerb(int argc, char** argv) {
                          args[0].c_str());
             return 1;
         }
-        if (!simulation.Draws(recs, draws, error)) {
-            std::fprintf(stderr, "mdstore: %s: the simulator cannot have written this drive (%s)\n",
-                         args[0].c_str(), error.c_str());
+        if (!WorkOutDraws(args[0], simulation, draws)) {
             return 2;
         }
         std::fprintf(stderr,
                      "mdstore: a simulated drive of %zu loop passes: replay it into MetadataMgr "
                      "%s with SIMULATOR_DRAWS=%s.draws\n",
-                     simulation.Passes().size(), simulation.RadarOnly() ? "-s -r" : "-s",
+                     simulation.PassCount(), simulation.RadarOnly() ? "-s -r" : "-s",
                      args[1].c_str());
     }
     std::FILE* out = args.size() == 2 ? std::fopen(args[1].c_str(), "w") : stdout;
@@ -809,10 +836,13 @@ int TrafficVerb(int argc, char** argv) {
     std::memcpy(&first, &one, 1);
     std::fprintf(out, "linxpeer-capture 1 %s\n", first == 1 ? "little" : "big");
     Writer writer(out);
-    const int lost = Inverter(records, recs, simulation, writer).Run();
+    DriveReader reader;
+    reader.Open(args[0]);
+    RecWindow recs(reader);
+    const int lost = Inverter(recs, simulation, writer).Run();
     if (lost > 0) {
         std::fprintf(stderr, "mdstore: %d records no traffic reproduces exactly (# lines)\n", lost);
     }
     const bool written = (out == stdout ? std::fflush(out) : std::fclose(out)) == 0;
-    return written && (!simulation.Simulated() || WriteDraws(args[1] + ".draws", draws)) ? 0 : 2;
+    return written && (draws == nullptr || WriteDraws(args[1] + ".draws", draws)) ? 0 : 2;
 }

@@ -5,9 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <deque>
 #include <string>
 #include <vector>
 
+#include "DriveRecords.h"
 #include "RecordSchema.h"
 
 // The fields of a record in call order (the report flag and texts apart).
@@ -50,9 +52,36 @@ struct Rec {
     }
 };
 
+// The records of a drive by their number in it (0 the first), read from the store as they are
+// asked for and forgotten once the reader has passed them, so that what is held is the few
+// records a message or a loop pass spans, not the drive.
+class RecWindow {
+public:
+    // `reader` is open; it is read as far as asked.
+    explicit RecWindow(DriveReader& reader) : reader_(reader) {}
+    // True when the drive has a record k (reading on to it); k must not be forgotten.
+    bool Has(std::size_t k) const;
+    // Record k, decoded; Has(k) must be true.
+    const Rec& operator[](std::size_t k) const { return held_[k - base_].rec; }
+    // Record k as the store holds it.
+    const DriveRecord& Raw(std::size_t k) const { return held_[k - base_].raw; }
+    // Records before k are not asked for again.
+    void Forget(std::size_t k);
+
+private:
+    struct Held {
+        DriveRecord raw;
+        Rec rec;
+    };
+    DriveReader& reader_;
+    mutable std::deque<Held> held_;
+    mutable bool ended_ = false;
+    std::size_t base_ = 0;  // the number of held_.front()
+};
+
 // Record k of `recs` is `op` with the report flag `flag`.
-inline bool RecIs(const std::vector<Rec>& recs, std::size_t k, std::uint8_t op, bool flag) {
-    return k < recs.size() && recs[k].op == op && recs[k].v.flag == flag;
+inline bool RecIs(const RecWindow& recs, std::size_t k, std::uint8_t op, bool flag) {
+    return recs.Has(k) && recs[k].op == op && recs[k].v.flag == flag;
 }
 
 // The six inputs in the order the handler and the simulator report them: the FPGA's bit and

@@ -15,6 +15,7 @@
 #include "RecordStream.h"
 #include "SegmentFiles.h"
 #include "Summary.h"
+#include "TextEscape.h"
 #include "TimeAnchors.h"
 
 // The copy itself, once DEST is a file name.
@@ -80,13 +81,14 @@ public:
     void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
                  std::size_t length) override {
         char line[512];
-        std::snprintf(line, sizeof line, "  %s: %s at offset %zu (%zu bytes)", file.path.c_str(),
-                      mdj::ProblemName(problem), offset, length);
+        std::snprintf(line, sizeof line, "  %s: %s at offset %zu (%zu bytes)",
+                      textout::Printable(file.path).c_str(), mdj::ProblemName(problem), offset,
+                      length);
         troubles.push_back(line);
         troubleBytes += length;
     }
     void Foreign(const mdj::ForeignFile& file) override {
-        foreign.push_back("  foreign file " + file.file.path + ": " + file.why);
+        foreign.push_back("  foreign file " + textout::Printable(file.file.path) + ": " + file.why);
     }
 
     std::vector<SegmentInfo> segments;
@@ -121,12 +123,14 @@ public:
     void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
                  std::size_t length) override {
         ++problems;
-        std::printf("DAMAGE %s: %s at offset %zu (%zu bytes)\n", file.path.c_str(),
-                    mdj::ProblemName(problem), offset, length);
+        std::printf("DAMAGE %s: %s at offset %zu (%zu bytes)\n",
+                    textout::Printable(file.path).c_str(), mdj::ProblemName(problem), offset,
+                    length);
     }
     // Not the store's, so not its damage: named, and left out of the verdict.
     void Foreign(const mdj::ForeignFile& file) override {
-        std::printf("foreign file %s: %s\n", file.file.path.c_str(), file.why.c_str());
+        std::printf("foreign file %s: %s\n", textout::Printable(file.file.path).c_str(),
+                    file.why.c_str());
     }
     unsigned long long segments = 0;
     unsigned long long bytes = 0;
@@ -226,11 +230,12 @@ int InfoVerb(int argc, char** argv) {
     for (const SegmentInfo& segment : info.segments) {
         bytes += segment.bytes;
     }
-    std::printf("store: %s\n", options.paths[0].c_str());
+    std::printf("store: %s\n", textout::Printable(options.paths[0]).c_str());
     std::printf("segments: %zu, %llu bytes\n", info.segments.size(), bytes);
     for (const SegmentInfo& segment : info.segments) {
-        std::printf("  %s: %zu bytes, %llu records, at %u..%u\n", segment.path.c_str(),
-                    segment.bytes, segment.records, segment.firstAt, segment.lastAt);
+        std::printf("  %s: %zu bytes, %llu records, at %u..%u\n",
+                    textout::Printable(segment.path).c_str(), segment.bytes, segment.records,
+                    segment.firstAt, segment.lastAt);
     }
     if (info.anyTick) {
         std::printf("ticks: %u..%u\n", info.minTick, info.maxTick);
@@ -294,15 +299,17 @@ int CopyVerb(int argc, char** argv) {
 int CopyVerbPaths(Options& options, const char* shownAs) {
     const std::string& source = options.paths[0];
     const std::string& destination = options.paths[1];
+    const std::string shownSource = textout::Printable(source);
+    const std::string shownDestination = textout::Printable(destination);
     struct stat info;
     if (lstat(destination.c_str(), &info) == 0) {
-        std::fprintf(stderr, "mdstore: %s exists%s; not overwritten\n", destination.c_str(),
+        std::fprintf(stderr, "mdstore: %s exists%s; not overwritten\n", shownDestination.c_str(),
                      S_ISLNK(info.st_mode) ? " as a symbolic link" : "");
         return 2;
     }
     if (!mdj::IsDirectory(mdj::DirectoryOf(destination))) {
         std::fprintf(stderr, "mdstore: directory %s is missing\n",
-                     mdj::DirectoryOf(destination).c_str());
+                     textout::Printable(mdj::DirectoryOf(destination)).c_str());
         return 2;
     }
     if (options.from > options.to) {
@@ -311,23 +318,23 @@ int CopyVerbPaths(Options& options, const char* shownAs) {
     }
     if ((options.haveSince || options.haveUntil) && !TicksOfTimes(options)) {
         std::fprintf(stderr, "mdstore: no dated records of %s lie between --since and --until\n",
-                     source.c_str());
+                     shownSource.c_str());
         return 2;
     }
     StderrProgress progress;
     mdj::CopyResult result;
     if (!mdj::CopyRange(source, destination, options.from, options.to, &progress, &result,
                         options.anyKind ? options.kinds : nullptr)) {
-        std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", source.c_str(),
-                     destination.c_str());
+        std::fprintf(stderr, "mdstore: copy from %s to %s failed\n", shownSource.c_str(),
+                     shownDestination.c_str());
         return 2;
     }
     if (result.problems != 0) {
         std::fprintf(stderr, "mdstore: %llu damaged places in %s were skipped\n", result.problems,
-                     source.c_str());
+                     shownSource.c_str());
     }
     std::printf("copied %llu of %llu records into %s\n", result.recordsCopied, result.recordsRead,
-                shownAs != nullptr ? shownAs : destination.c_str());
+                shownAs != nullptr ? shownAs : shownDestination.c_str());
     return 0;
 }
 

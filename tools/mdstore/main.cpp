@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "McapWriter.h"
 #include "ProjectVersion.h"
 #include "Verbs.h"
 
@@ -35,7 +36,9 @@ int main(int argc, char** argv) {
         return 0;
     }
     if (std::strcmp(verb, "--version") == 0) {
-        std::printf("mdstore %s\n%s\n", PROJECT_VERSION_TEXT, kPackagingText);
+        std::printf("mdstore %s\n", PROJECT_VERSION_TEXT);
+        std::printf("mcap compression: %s\n", mcap::HaveZstd() ? "zstd, none" : "none");
+        std::printf("%s\n", kPackagingText);
         return 0;
     }
     for (const Verb& entry : kVerbs) {

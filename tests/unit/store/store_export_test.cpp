@@ -1,4 +1,4 @@
-// What mdstore hands to other programs and people: the drive as GPX and GeoJSON, and the
+// What mdstore hands to other programs and people: the drive as GPX, GeoJSON and KML, and the
 // records of a live store as they land.
 #include <gtest/gtest.h>
 
@@ -38,9 +38,31 @@ std::vector<std::pair<double, double>> GpxPoints(const std::string& xml, const s
     return points;
 }
 
+// The numbers of every `<open>a b</close>` (or "a,b") in `xml`, from `from` on.
+std::vector<std::pair<double, double>> KmlPairs(const std::string& xml, const std::string& open,
+                                                std::size_t from = 0) {
+    std::vector<std::pair<double, double>> pairs;
+    for (std::size_t at = xml.find(open, from); at != std::string::npos;
+         at = xml.find(open, at + 1)) {
+        char* end = nullptr;
+        const double longitude = std::strtod(xml.c_str() + at + open.size(), &end);
+        pairs.emplace_back(std::strtod(end + 1, nullptr), longitude);
+    }
+    return pairs;
+}
+
+std::size_t Count(const std::string& text, const std::string& what, std::size_t from = 0) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(what, from); at != std::string::npos;
+         at = text.find(what, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
 }  // namespace
 
-TEST(StoreExport, GpxAndGeoJsonHoldTheDrivesFixesAndBookmarks) {
+TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     StoreDir dir;
     DataStoreNormal store(dir.base);
     ASSERT_TRUE(store.Open());
@@ -95,6 +117,43 @@ TEST(StoreExport, GpxAndGeoJsonHoldTheDrivesFixesAndBookmarks) {
     EXPECT_EQ(json["features.0.geometry.coordinates.1.0"],
               json["features.1.geometry.coordinates.0"]);
     EXPECT_EQ("2500", json["features.1.properties.tick"]);
+
+    // KML of a copy whose name is markup, a control byte and no UTF-8 (the document's name):
+    // the GPX points as a gx:Track, a when for each coord, the bookmark where the waypoint is.
+    const std::string hostile = dir.env.Path("a<b&\"c\x01\xff.mdj");
+    ASSERT_EQ(0, RunProgram({ProgramPath("mdstore"), "copy", dir.base, hostile}, {}, dir.env.Root())
+                     .exitCode);
+    const bool xmllint = std::system("command -v xmllint >/dev/null 2>&1") == 0;
+    for (const char* format : {"kml", "gpx"}) {
+        const std::string path = dir.env.Path(std::string("drive.") + format);
+        const ProgramResult result =
+            RunProgram({ProgramPath("mdstore"), "export", "--format", format, "-o", path, hostile},
+                       {}, dir.env.Root());
+        ASSERT_EQ(0, result.exitCode) << result.err;
+        if (xmllint) {
+            EXPECT_EQ(0, std::system(("xmllint --noout " + path).c_str())) << ReadFileText(path);
+        }
+    }
+    if (!xmllint) {
+        std::printf("xmllint: SKIPPED - install libxml2-utils to parse the KML and GPX\n");
+    }
+    const std::string kml = ReadFileText(dir.env.Path("drive.kml"));
+    const std::size_t trackAt = kml.find("<gx:Track>");
+    ASSERT_NE(std::string::npos, trackAt) << kml;
+    EXPECT_EQ(track, KmlPairs(kml, "<gx:coord>", trackAt)) << kml;
+    EXPECT_EQ(track.size(), Count(kml, "<when>", trackAt)) << kml;
+    EXPECT_EQ(waypoints, KmlPairs(kml, "<Point><coordinates>")) << kml;
+    EXPECT_EQ(1u, Count(kml, "<TimeStamp><when>20")) << kml;
+
+    // Damage is told once, though these formats read the file more than once.
+    std::string bytes = ReadFileText(hostile);
+    bytes[bytes.size() / 2] ^= 0x55;
+    WriteBytes(hostile, bytes);
+    for (const char* format : {"gpx", "geojson", "kml"}) {
+        const ProgramResult damaged = RunProgram(
+            {ProgramPath("mdstore"), "export", "--format", format, hostile}, {}, dir.env.Root());
+        EXPECT_EQ(1u, Count(damaged.err, "\n")) << format << damaged.err;
+    }
 }
 
 TEST(StoreExport, FollowPrintsRecordsWrittenAfterItStartedAcrossSegmentsUntilASignal) {

@@ -125,7 +125,7 @@ const char* const kExpected[] = {
     R"(ReportVehicleInfo|"vehicleId":"CAR 54","licensePlate":"","description":"tab\there"})",
     R"(ReportSystemInfo|"unitNumber":"U7"},"flag":true})",
     R"(ReportDepartmentInfo|"name":"Traffic"},"flag":false})",
-    R"(ReportOfficerInfo|"name":"Jörgen Åström\u00ff"},"flag":true})",
+    R"(ReportOfficerInfo|"name":"Jörgen Åström�"},"flag":true})",
     R"(ReportVideoRecordingSettings|"preEventSeconds":30,|"recordAudio":true},"flag":true})",
     R"(WriteFullState|"force":false,"cause":"call","state":[{)",
     R"(WriteFullState|"force":true,"cause":"call","state":[{)",
