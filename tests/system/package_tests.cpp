@@ -114,7 +114,7 @@ TEST_F(Package, EveryTamperingIsRefused) {
         Edit(dir + "/manifest.json", [](std::string& text) {
             text.replace(text.find("\"ReportGps\":20"), 14, "\"ReportGps\":21");
         });
-        Shell(dir, "sha256sum drive.mdj drive.gpx drive.csv drive.html manifest.json >SHA256SUMS");
+        Shell(dir, "sha256sum drive.* manifest.json >SHA256SUMS");
     };
     struct Tampering {
         const char* what;
@@ -126,6 +126,7 @@ TEST_F(Package, EveryTamperingIsRefused) {
     const Tampering cases[] = {
         {"untouched", [](const std::string&) {}, "a.pub.pem", "", ""},
         {"drive.mdj flipped", flip("drive.mdj"), "a.pub.pem", "drive.mdj:", "sha256sum"},
+        {"drive.mcap flipped", flip("drive.mcap"), "a.pub.pem", "drive.mcap:", "sha256sum"},
         {"drive.gpx flipped", flip("drive.gpx"), "a.pub.pem", "drive.gpx:", "sha256sum"},
         {"drive.csv flipped", flip("drive.csv"), "a.pub.pem", "drive.csv:", "sha256sum"},
         {"drive.html flipped", flip("drive.html"), "a.pub.pem", "drive.html:", "sha256sum"},

@@ -6,7 +6,7 @@ const char* const kPackageUsage =
     "Writes the records of a range of STORE (see copy) into the new directory DIR as an\n"
     "evidence package, with proof that nothing in it is changed afterwards:\n"
     "  drive.mdj       the range as copy writes it (a metadata file every verb reads)\n"
-    "  drive.gpx, drive.csv, drive.html\n"
+    "  drive.mcap, drive.gpx, drive.csv, drive.html\n"
     "                  made from drive.mdj by export and report\n"
     "  manifest.json   the source store's identity and segments, the range asked for and the\n"
     "                  range held (ticks and UTC), records per kind, the unit's serial and unit\n"

@@ -31,6 +31,7 @@ struct MadeFile {
     std::vector<std::string> words;
 };
 const MadeFile kMadeFromCopy[] = {
+    {"drive.mcap", ExportVerb, {"export", "--format", "mcap"}},
     {"drive.gpx", ExportVerb, {"export", "--format", "gpx"}},
     {"drive.csv", ExportVerb, {"export", "--format", "csv"}},
     {"drive.html", ReportVerb, {"report"}},
