@@ -24,7 +24,19 @@ bool ParseTick(const char* text, std::uint32_t& value) {
     return true;
 }
 
-enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson, kCompression };
+enum LongOnly {
+    kFrom = 256,
+    kTo,
+    kSince,
+    kUntil,
+    kKind,
+    kFollow,
+    kFormat,
+    kJson,
+    kCompression,
+    kKey,
+    kPubkey
+};
 
 struct Allowed {
     option entry;
@@ -42,8 +54,10 @@ const Allowed kAll[] = {
     {{"lines", required_argument, nullptr, 'n'}, kOptLast},
     {{"follow", optional_argument, nullptr, kFollow}, kOptFollow},
     {{"format", required_argument, nullptr, kFormat}, kOptExport},
-    {{"output", required_argument, nullptr, 'o'}, kOptExport},
+    {{"output", required_argument, nullptr, 'o'}, kOptExport | kOptOutput},
     {{"compression", required_argument, nullptr, kCompression}, kOptExport},
+    {{"key", required_argument, nullptr, kKey}, kOptKey},
+    {{"pubkey", required_argument, nullptr, kPubkey}, kOptPubkey},
 };
 
 // A time (UTC) or a tick, for --since and --until: a tick is dated when the records are.
@@ -179,6 +193,12 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
             }
             case 'o':
                 options.output = optarg;
+                break;
+            case kKey:
+                options.key = optarg;
+                break;
+            case kPubkey:
+                options.pubkey = optarg;
                 break;
             case ':':
                 return UsageError(verb, given + " needs a value");

@@ -17,6 +17,9 @@ enum OptionSet : unsigned {
     kOptLast = 1u << 3,    // -n N
     kOptFollow = 1u << 4,  // --follow[=SECONDS]
     kOptExport = 1u << 5,  // --format F, -o FILE, --compression C
+    kOptOutput = 1u << 6,  // -o FILE alone
+    kOptKey = 1u << 7,     // --key FILE
+    kOptPubkey = 1u << 8,  // --pubkey FILE
 };
 
 struct Options {
@@ -35,6 +38,8 @@ struct Options {
     std::string format;
     std::string output = "-";
     std::string compression;  // MCAP chunks: "none", "zstd" or "" (zstd where the build has it)
+    std::string key;          // --key: a private key (PEM)
+    std::string pubkey;       // --pubkey: a public key (PEM)
     std::vector<std::string> paths;
 
     // True when the record passes --from/--to, --kind and (with `utcMs`, null when unknown)

@@ -11,6 +11,11 @@ int ExportVerb(int argc, char** argv);
 int ReportVerb(int argc, char** argv);
 int DiffVerb(int argc, char** argv);     // Diff.cpp
 int TrafficVerb(int argc, char** argv);  // ToTraffic.cpp
+// Evidence packages (PackageVerb.cpp, KeygenVerb.cpp, CheckPackageVerb.cpp; NoPackaging.cpp in
+// a build without OpenSSL).
+int PackageVerb(int argc, char** argv);
+int KeygenVerb(int argc, char** argv);
+int CheckPackageVerb(int argc, char** argv);
 
 extern const char* const kUsage;
 extern const char* const kInfoUsage;
@@ -22,3 +27,8 @@ extern const char* const kExportUsage;
 extern const char* const kReportUsage;
 extern const char* const kDiffUsage;
 extern const char* const kTrafficUsage;
+extern const char* const kPackageUsage;
+extern const char* const kKeygenUsage;
+extern const char* const kCheckPackageUsage;
+// What --version says of packaging: in this build or not.
+extern const char* const kPackagingText;

@@ -16,9 +16,10 @@ struct Verb {
 
 // A new verb is one line here, its function and its usage text.
 const Verb kVerbs[] = {
-    {"info", InfoVerb},     {"cat", CatVerb},         {"copy", CopyVerb},
-    {"verify", VerifyVerb}, {"summary", SummaryVerb}, {"export", ExportVerb},
-    {"report", ReportVerb}, {"diff", DiffVerb},       {"traffic", TrafficVerb},
+    {"info", InfoVerb},       {"cat", CatVerb},         {"copy", CopyVerb},
+    {"verify", VerifyVerb},   {"summary", SummaryVerb}, {"export", ExportVerb},
+    {"report", ReportVerb},   {"diff", DiffVerb},       {"traffic", TrafficVerb},
+    {"package", PackageVerb}, {"keygen", KeygenVerb},   {"check-package", CheckPackageVerb},
 };
 
 }  // namespace
@@ -37,6 +38,7 @@ int main(int argc, char** argv) {
     if (std::strcmp(verb, "--version") == 0) {
         std::printf("mdstore %s\n", PROJECT_VERSION_TEXT);
         std::printf("mcap compression: %s\n", mcap::HaveZstd() ? "zstd, none" : "none");
+        std::printf("%s\n", kPackagingText);
         return 0;
     }
     for (const Verb& entry : kVerbs) {
