@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 
 #include "JournalReader.h"
 #include "RecordSchema.h"
@@ -111,9 +112,12 @@ private:
 
 class Reader : public mdj::JournalSink {
 public:
-    void BeginSegment(const mdj::SegmentFile&, std::size_t) override { counts.lastTroubles = 0; }
-    bool Record(const mdj::SegmentFile&, const mdj::RecordView& record) override {
+    bool Record(const mdj::SegmentFile& file, const mdj::RecordView& record) override {
         ++counts.records;
+        if (record.op == mdj::kOpReportBookmark &&
+            mdj::RecordTime(record.op, record.stamp, record.body, record.size) == kMarkerTick) {
+            markerFile = file.path;
+        }
         Check(mdj::WalkRecord(record.op, record.body, record.size, &fields_),
               "a record that checked out does not walk");
         state_->Apply(record.op, record.body, record.size);
@@ -124,12 +128,15 @@ public:
         }
         return true;
     }
-    void Trouble(const mdj::SegmentFile&, mdj::Problem problem, std::size_t, std::size_t) override {
+    void Trouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t,
+                 std::size_t) override {
         mdj::ProblemName(problem);
         ++counts.troubles;
-        ++counts.lastTroubles;
+        troubled.insert(file.path);
     }
     ReadCounts counts;
+    std::string markerFile;
+    std::set<std::string> troubled;
 
 private:
     Fields fields_;
@@ -142,6 +149,8 @@ private:
 ReadCounts ReadAll(const std::string& path) {
     Reader reader;
     mdj::ReadJournal(path, reader);
+    reader.counts.marker = !reader.markerFile.empty();
+    reader.counts.markerFileTroubled = reader.troubled.count(reader.markerFile) != 0;
     return reader.counts;
 }
 

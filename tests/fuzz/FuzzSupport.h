@@ -33,9 +33,11 @@ std::string WriteStore(const std::uint8_t* data, std::size_t size);
 struct ReadCounts {
     unsigned long records = 0;
     unsigned long troubles = 0;
-    // Troubles in the segment read last.
-    unsigned long lastTroubles = 0;
+    // A bookmark at kMarkerTick was read, and its file had trouble.
+    bool marker = false;
+    bool markerFileTroubled = false;
 };
+const std::uint32_t kMarkerTick = 0x5EED5EED;
 ReadCounts ReadAll(const std::string& path);
 
 // Prints `what` and aborts, so the fuzzer keeps the input, when `holds` is false.
