@@ -28,8 +28,8 @@ std::vector<std::string> Split(const std::uint8_t* data, std::size_t size,
 extern const char* const kFileSeparator;
 std::string WriteStore(const std::uint8_t* data, std::size_t size);
 
-// Reads a store or a copied file as every reader does: each record whose frame checks out is
-// walked field by field, taken into the state and dated. Counts what it saw.
+// Reads a store or a copied file as every reader does: each record that checks out is taken
+// into the state and dated. Counts what it saw.
 struct ReadCounts {
     unsigned long records = 0;
     unsigned long troubles = 0;

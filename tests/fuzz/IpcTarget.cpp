@@ -1,8 +1,8 @@
 // The host endpoint's receive path on any datagrams. The input is cut before every frame magic
 // ("LNXF") into up to kMaxDatagrams datagrams, which a raw socket bound as the state manager
 // sends to a fresh endpoint. The endpoint first subscribes to an item of the state manager
-// (a selective receive: the rest is held back), then takes everything with its handlers: the
-// subscribe server's, the notice's (which decodes the item), shutdown and process-died.
+// (a selective receive: the rest is held back), then takes everything, the subscribe server's and
+// the notice's handlers running (the notice decodes the item), shutdown and process-died included.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -38,34 +38,29 @@ void DecodeNotice(LinxIpc* ipc, void* context) {
     static_cast<Item*>(context)->DecodeMsg(ipc->CurrentMessage());
 }
 
-void Ignore(LinxIpc*, void*) {}
+// The address of endpoint `name` in the private domain.
+sockaddr_un At(const std::string& name) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, fuzz::Path("domain/" + name).c_str(),
+                 sizeof address.sun_path - 1);
+    return address;
+}
 
-// The state manager's socket, bound once; what the endpoint answers is read and dropped.
+// The state manager's socket, bound once; what the endpoint answered is read and dropped.
 int Peer(const std::string& name) {
     static int fd = -1;
     if (fd < 0) {
-        const std::string path = fuzz::Path("domain/" + name);
-        struct sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        const sockaddr_un address = At(name);
         fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         fuzz::Check(
-            fd >= 0 && ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
+            fd >= 0 && ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0,
             "cannot bind the peer socket");
     }
     char drop[256];
     while (::recv(fd, drop, sizeof drop, MSG_DONTWAIT) >= 0) {
     }
     return fd;
-}
-
-void SendTo(int fd, const std::string& endpoint, const std::string& datagram) {
-    const std::string path = fuzz::Path("domain/" + endpoint);
-    struct sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    ::sendto(fd, datagram.data(), datagram.size(), MSG_DONTWAIT,
-             reinterpret_cast<sockaddr*>(&address), sizeof address);
 }
 
 }  // namespace
@@ -78,13 +73,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::Check(ipc.Init() == 0, "cannot open the endpoint");
     Server server(ipc);
     GpsStatusItem item;
-    ipc.RegisterShutdown(Ignore, nullptr);
-    ipc.RegisterProcessDied(Ignore, nullptr);
 
     std::vector<std::string> datagrams = fuzz::Split(data, size, "LNXF");
     for (std::size_t i = 0; i < datagrams.size() && i < kMaxDatagrams; ++i) {
         if (i > 0 || !datagrams[i].empty()) {
-            SendTo(peer, ipc.Name(), i > 0 ? "LNXF" + datagrams[i] : datagrams[i]);
+            const std::string datagram = i > 0 ? "LNXF" + datagrams[i] : datagrams[i];
+            const sockaddr_un address = At(ipc.Name());
+            ::sendto(peer, datagram.data(), datagram.size(), MSG_DONTWAIT,
+                     reinterpret_cast<const sockaddr*>(&address), sizeof address);
         }
     }
     SubscribeClient client(ipc, stateMgr, 0);
