@@ -2,6 +2,8 @@
 
 #include "Systick.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <sstream>
@@ -140,9 +142,9 @@ bool AppendField(const std::string& token, Bytes& out, std::string& error) {
             error = "field '" + token + "' is not textN:LEN:TEXT";
             return false;
         }
-        const std::string text = value.substr(second + 1);
-        Bytes field(length, 0);
-        std::memcpy(field.data(), text.data(), text.size() < length ? text.size() : length);
+        // Cut or padded with NULs to LEN bytes; LEN 0 gives no bytes at all.
+        std::string field = value.substr(second + 1, length);
+        field.resize(length, '\0');
         out.insert(out.end(), field.begin(), field.end());
         return true;
     }
@@ -224,9 +226,10 @@ bool Holds(const Check& check, const Bytes& data, const NamedValues& decoded) {
                        std::string(check.bytes.begin(), check.bytes.end());
         case Check::kBytes:
         default:
+            // Compared by iterators: an empty check on an empty payload has no data pointer.
             return check.offset + check.bytes.size() <= data.size() &&
-                   std::memcmp(data.data() + check.offset, check.bytes.data(),
-                               check.bytes.size()) == 0;
+                   std::equal(check.bytes.begin(), check.bytes.end(),
+                              data.begin() + static_cast<std::ptrdiff_t>(check.offset));
     }
 }
 

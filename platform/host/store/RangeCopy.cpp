@@ -194,11 +194,15 @@ bool ReadBlock(int fd, const SegmentFile& file, const IndexBlock& block, bool wh
     if (!whole) {
         return ScanRecords(file, scanner, sink);
     }
-    // Every record of the block lies in the range: its frames are checked and copied as they
-    // are, without decoding them.
+    // Every record of the block lies in the range: copied as it is, without going through the
+    // state, once its frame and its body check out (a frame whose body is not its type is
+    // dropped, as a read through the state drops it).
     for (SegmentScanner::Event event = scanner.Next(); event.kind != SegmentScanner::kEnd;
          event = scanner.Next()) {
-        if (event.kind == SegmentScanner::kRecord) {
+        if (event.kind == SegmentScanner::kRecord &&
+            !WalkRecord(event.record.op, event.record.body, event.record.size, nullptr)) {
+            sink.Trouble(file, Problem::kMalformed, event.record.offset, event.record.frameSize());
+        } else if (event.kind == SegmentScanner::kRecord) {
             if (!sink.CopyFrame(event.record)) {
                 return false;
             }
