@@ -24,7 +24,18 @@ bool ParseTick(const char* text, std::uint32_t& value) {
     return true;
 }
 
-enum LongOnly { kFrom = 256, kTo, kSince, kUntil, kKind, kFollow, kFormat, kJson, kCompression };
+enum LongOnly {
+    kFrom = 256,
+    kTo,
+    kSince,
+    kUntil,
+    kKind,
+    kFollow,
+    kFormat,
+    kJson,
+    kCompression,
+    kDraws
+};
 
 struct Allowed {
     option entry;
@@ -44,6 +55,7 @@ const Allowed kAll[] = {
     {{"format", required_argument, nullptr, kFormat}, kOptExport},
     {{"output", required_argument, nullptr, 'o'}, kOptExport},
     {{"compression", required_argument, nullptr, kCompression}, kOptExport},
+    {{"draws", required_argument, nullptr, kDraws}, kOptDraws},
 };
 
 // A time (UTC) or a tick, for --since and --until: a tick is dated when the records are.
@@ -52,8 +64,12 @@ bool ParseMoment(const char* text, std::uint32_t& tick, bool& isTick, long long&
     return isTick || timeanchor::ParseUtc(text, utcMs);
 }
 
-// --format and --compression: keeps the value; what is wrong with it, "" when nothing.
+// --format, --compression and --draws: keeps the value; what is wrong with it, "" when nothing.
 std::string TakeChoice(int code, const std::string& value, Options& options) {
+    if (code == kDraws) {
+        options.draws = value;
+        return value.empty() ? "--draws needs a file" : "";
+    }
     if (code == kFormat) {
         options.format = value;
         return value == "gpx" || value == "geojson" || value == "csv" || value == "kml" ||
@@ -170,7 +186,8 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
                 }
                 break;
             case kFormat:
-            case kCompression: {
+            case kCompression:
+            case kDraws: {
                 const std::string problem = TakeChoice(code, optarg, options);
                 if (!problem.empty()) {
                     return UsageError(verb, problem);

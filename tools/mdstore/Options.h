@@ -17,6 +17,7 @@ enum OptionSet : unsigned {
     kOptLast = 1u << 3,    // -n N
     kOptFollow = 1u << 4,  // --follow[=SECONDS]
     kOptExport = 1u << 5,  // --format F, -o FILE, --compression C
+    kOptDraws = 1u << 6,   // --draws FILE
 };
 
 struct Options {
@@ -35,6 +36,7 @@ struct Options {
     std::string format;
     std::string output = "-";
     std::string compression;  // MCAP chunks: "none", "zstd" or "" (zstd where the build has it)
+    std::string draws;        // the simulator's draws log
     std::vector<std::string> paths;
 
     // True when the record passes --from/--to, --kind and (with `utcMs`, null when unknown)
