@@ -4,7 +4,6 @@
 // request that produces it, in store order and at its own tick.
 #include <arpa/inet.h>
 #include <netinet/in.h>
-
 #include <unistd.h>
 
 #include <cstdio>
