@@ -113,6 +113,11 @@ public:
         simulator.draw = draw;
         simulator.drawContext = context;
     }
+    // Tells `mark` of every pass of the simulator (a log of its draws); null stops it.
+    void SetSimulatorPassMark(SimulatorPassMark mark, void* context) {
+        simulator.passMark = mark;
+        simulator.passContext = context;
+    }
 
     // Handlers registered on the endpoint (PreInit) ...
     static void PingHandler(LinxIpc* ipc, void* context);

@@ -248,6 +248,9 @@ int SimulatorClockDraw() {
 void MetadataMgr::SimulateData() {
     const unsigned int tick = systick.SystemTick();
     unsigned char* record = sharedMem.MetadataItems(true);
+    if (simulator.passMark != nullptr) {
+        simulator.passMark(simulator.passContext, tick);
+    }
     if (!gRadarOnlyMode) {
         SimulateInputs(simulator, dataStore, tick);
         SimulateGps(simulator, dataStore, record, tick);

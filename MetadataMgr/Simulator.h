@@ -5,6 +5,9 @@
 
 // One random draw (rand()'s range).
 typedef int (*SimulatorDraw)(void* context);
+// Told that a pass of the simulator begins, before its first draw, with the tick that stamps
+// the pass's records.
+typedef void (*SimulatorPassMark)(void* context, unsigned int tick);
 
 // The simulator's own draw: reseeds with the current second first, so draws within one second
 // repeat and the simulated state changes at most about once a second.
@@ -13,6 +16,8 @@ int SimulatorClockDraw();
 struct SimulatorState {
     SimulatorDraw draw = nullptr;  // null: SimulatorClockDraw
     void* drawContext = nullptr;
+    SimulatorPassMark passMark = nullptr;  // null: nobody is told
+    void* passContext = nullptr;
 
     bool lights = false;
     bool brakes = false;

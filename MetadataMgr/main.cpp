@@ -14,6 +14,7 @@
 #include "ProcessInitializer.h"
 #include "ProcessState.h"
 #include "SimulatorDrawFile.h"
+#include "SimulatorDrawLog.h"
 
 namespace {
 
@@ -60,6 +61,29 @@ bool ParseOptions(int argc, char* argv[], unsigned int& level) {
     return true;
 }
 
+#ifdef HOST_PLATFORM
+// A bench replaying a simulated drive gives the simulator the drive's draws (SIMULATOR_DRAWS);
+// a bench that may replay this one has them written down as they are taken
+// (SIMULATOR_DRAWS_LOG).
+void GiveSimulatorItsDraws(MetadataMgr& manager, SimulatorDrawFile& draws, SimulatorDrawLog& log) {
+    if (!gSimulatorMode) {
+        return;
+    }
+    SimulatorDraw draw = nullptr;
+    const char* drawPath = std::getenv("SIMULATOR_DRAWS");
+    if (drawPath != nullptr && *drawPath != '\0' && draws.Open(drawPath)) {
+        draw = SimulatorDrawFile::Next;
+        manager.SetSimulatorDraw(draw, &draws);
+    }
+    const char* logPath = std::getenv("SIMULATOR_DRAWS_LOG");
+    if (logPath != nullptr && *logPath != '\0') {
+        log.Start(logPath, gRadarOnlyMode, draw, &draws);
+        manager.SetSimulatorDraw(SimulatorDrawLog::Next, &log);
+        manager.SetSimulatorPassMark(SimulatorDrawLog::Pass, &log);
+    }
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
@@ -79,13 +103,10 @@ int main(int argc, char* argv[]) {
     int status = 1;
     {
         SimulatorDrawFile draws;
+        SimulatorDrawLog drawLog;
         MetadataMgr manager;
 #ifdef HOST_PLATFORM
-        // A bench replaying a simulated drive gives the simulator the drive's draws.
-        const char* drawPath = std::getenv("SIMULATOR_DRAWS");
-        if (gSimulatorMode && drawPath != nullptr && *drawPath != '\0' && draws.Open(drawPath)) {
-            manager.SetSimulatorDraw(SimulatorDrawFile::Next, &draws);
-        }
+        GiveSimulatorItsDraws(manager, draws, drawLog);
 #endif
         ProcessInitializer<MetadataMgr> initializer(manager, e_Process_MetadataMgr);
         std::set_terminate(KorvaneTerminateHandler);

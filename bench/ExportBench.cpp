@@ -23,6 +23,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchArgs.h"
 #include "BenchVehicle.h"
 #include "DataStore.h"
 #include "StoreScan.h"
@@ -139,9 +140,20 @@ double Median(std::vector<double> values) {
 
 }  // namespace
 
+const char kUsage[] =
+    "Usage: export_bench [HOURS [ROUNDS]]   (defaults 10 and 3)\n"
+    "Writes a drive of HOURS hours through the store API, then times mdstore export in every\n"
+    "format, cat, cat --json and traffic, ROUNDS times each, beside cp of the store: the\n"
+    "median time as a ratio to cp's, the peak RSS, and a verdict against 32 MiB.\n";
+
 int main(int argc, char** argv) {
-    const double hours = argc > 1 ? std::atof(argv[1]) : 10;
-    const int rounds = argc > 2 ? std::max(1, std::atoi(argv[2])) : 3;
+    double args[] = {10, 3};
+    const int early = ParseBenchArgs(argc, argv, kUsage, args, 2);
+    if (early >= 0) {
+        return early;
+    }
+    const double hours = args[0];
+    const int rounds = std::max(1, static_cast<int>(args[1]));
     TestEnv env;
     const std::string base = PrepareStoreDir(env);
     if (!MakeDrive(base, static_cast<unsigned>(hours * 3600))) {

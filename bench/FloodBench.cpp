@@ -28,6 +28,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchArgs.h"
 #include "Item.h"
 #include "LinxIpc.h"
 #include "LinxServerNameList.h"
@@ -230,10 +231,20 @@ pid_t StartSender(unsigned int messages) {
 
 }  // namespace
 
+const char kUsage[] =
+    "Usage: flood_bench [MESSAGES [ROUNDS]]   (defaults 300000 and 3)\n"
+    "Floods the real MetadataMgr with MESSAGES bookmark notices, ROUNDS times, beside a raw\n"
+    "datagram receiver and one that also writes each frame; prints each round, the median\n"
+    "ratios of rate and CPU per message, the process's peak RSS and the load before and after.\n";
+
 int main(int argc, char* argv[]) {
-    const unsigned int messages =
-        argc > 1 ? static_cast<unsigned int>(std::strtoul(argv[1], nullptr, 10)) : 300000;
-    const int rounds = argc > 2 ? std::atoi(argv[2]) : 3;
+    double args[] = {300000, 3};
+    const int early = ParseBenchArgs(argc, argv, kUsage, args, 2);
+    if (early >= 0) {
+        return early;
+    }
+    const unsigned int messages = static_cast<unsigned int>(args[0]);
+    const int rounds = static_cast<int>(args[1]);
     TestEnv env;
     std::printf("%d rounds of %u messages of %zu bytes\nload before: %s\n", rounds, messages,
                 kFrameBytes, LoadAverage().c_str());

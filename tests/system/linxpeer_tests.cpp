@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -193,18 +194,21 @@ TEST(Linxpeer, ChecksWatchdogAndSharedBlock) {
     EXPECT_THAT(gone.out, HasSubstr("watchdog of 19 is absent"));
 }
 
-// Runs the real metadata manager (with `simulator`: -s on those draws) against a linxpeer with
-// `args`, its store and clock apart; an empty `clock` is the real one.
+// Runs the real metadata manager (with `simulator` options on the draws of the file `draws`,
+// logged beside its store) against a linxpeer with `args`, its store and clock apart; an empty
+// `clock` is the real one.
 std::string Drive(const TestEnv& env, std::vector<std::string> args, const std::string& media,
-                  const std::string& clock, const std::string& simulator = "") {
+                  const std::string& clock, const std::vector<std::string>& simulator = {},
+                  const std::string& draws = "") {
     std::vector<std::string> environment = {"MEDIA_ROOT=" + env.Path(media)};
     if (!clock.empty()) {
         environment.push_back("HOST_SYSTICK_FILE=" + env.Path(clock));
     }
     std::vector<std::string> manage = {ProgramPath("MetadataMgr")};
     if (!simulator.empty()) {
-        environment.push_back("SIMULATOR_DRAWS=" + env.Path(simulator));
-        manage.push_back("-s");
+        environment.push_back("SIMULATOR_DRAWS=" + env.Path(draws));
+        environment.push_back("SIMULATOR_DRAWS_LOG=" + env.Path(media) + "/metadata/draws.log");
+        manage.insert(manage.end(), simulator.begin(), simulator.end());
     }
     ::mkdir(env.Path(media).c_str(), 0770);
     args.insert(args.begin(), ProgramPath("linxpeer"));
@@ -288,7 +292,7 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
     const ProgramResult traffic =
         Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
     EXPECT_EQ(0, traffic.exitCode) << traffic.err;
-    EXPECT_EQ("", traffic.err);
+    EXPECT_THAT(traffic.err, Not(HasSubstr("records no traffic reproduces")));
     Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick");
     EXPECT_THAT(Drive(env, {"-t", "30000", "--speed", "10", "--replay", env.Path("capture")},
                       "fast", "clock"),
@@ -301,51 +305,76 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
     }
 }
 
-// A simulated drive: the simulator on draws that toggle inputs and microphones, lose and find
-// the GPS fix and turn the radar off and on, a loop pass after each message, among notices that
-// store several records at once. Its store, turned back into traffic and the simulator's
-// draws, gives a fresh simulating process the same records, moves made without a fix and
-// radar steps made while it was off included.
-TEST(Linxpeer, SimulatedDriveReplaysAsIdentical) {
-    TestEnv env;
-    std::string draws;
-    unsigned int seed = 2026;
-    for (int draw = 0; draw < 5 * 400; ++draw) {
-        seed = seed * 1103515245u + 12345u;
-        draws += std::to_string((seed >> 16) & 0x7FFF) + "\n";
-    }
-    env.WriteFile("drive.draws", draws);
-    std::string scenario =
-        "streammgr REC-1\n"
-        "expect Subscribed from MetadataMgr within 20000 u8@0=1\n";
-    const char* const notices[] = {
-        "push VideoMgr 0 camera0=1 camera2=3 tick=now\n",
-        "push MicMgr 0 mics=0:1:1,1:1:0,3:1:1 tick=now\n",
-        "push FpgaHal 17 changedMask=0x28000 inputLevels=0x20000 tick=now\n",
-        "push GpsHal 1 speed=452 fixStatus=1 tick=now\n",
-        "push RadarHal 1 status=1 patrolSpeed=45 targetSpeed=52 tick=now\n",
-        "push TempHal 0 temperature0=36 tick=now\n",
-        "push StateMgr 1 tick=now\n",
-        "send as Cli MetadataMgr Bookmark u32:now\n"};
-    for (int pass = 0; pass < 160; ++pass) {
-        scenario += pass % 10 == 3 ? notices[pass / 10 % 8]
-                                   : "send as Cli MetadataMgr Ping\n"
-                                     "expect PingResponse from MetadataMgr within 5000\n";
-    }
-    scenario +=
-        "quit MetadataMgr\n"
-        "expect ShutdownResponse from MetadataMgr\n";
-    Drive(env, {"--vehicle", env.WriteFile("sim.scenario", scenario)}, "media", "", "drive.draws");
+// Simulated drives, full and radar only: the simulator on draws that toggle inputs and
+// microphones, lose and find the GPS fix and turn the radar off and on, a loop pass after each
+// message, among notices that store several records at once. Each store, turned back into
+// traffic through the draws the process logged beside it, gives a fresh simulating process the
+// same records and the same log. Without the log the drive is traffic alone, which is said; a
+// log cut short in a pass is refused.
+TEST(Linxpeer, SimulatedDrivesReplayAsIdenticalThroughTheirDraws) {
+    for (const std::vector<std::string>& simulator :
+         {std::vector<std::string>{"-s"}, std::vector<std::string>{"-s", "-r"}}) {
+        SCOPED_TRACE(simulator.size() == 1 ? "-s" : "-s -r");
+        TestEnv env;
+        std::string draws;
+        unsigned int seed = 2026;
+        for (int draw = 0; draw < 5 * 400; ++draw) {
+            seed = seed * 1103515245u + 12345u;
+            draws += std::to_string((seed >> 16) & 0x7FFF) + "\n";
+        }
+        env.WriteFile("drive.draws", draws);
+        std::string scenario =
+            "streammgr REC-1\n"
+            "expect Subscribed from MetadataMgr within 20000 u8@0=1\n";
+        const char* const notices[] = {
+            "push VideoMgr 0 camera0=1 camera2=3 tick=now\n",
+            "push MicMgr 0 mics=0:1:1,1:1:0,3:1:1 tick=now\n",
+            "push FpgaHal 17 changedMask=0x28000 inputLevels=0x20000 tick=now\n",
+            "push GpsHal 1 speed=452 fixStatus=1 tick=now\n",
+            "push RadarHal 1 status=1 patrolSpeed=45 targetSpeed=52 tick=now\n",
+            "push TempHal 0 temperature0=36 tick=now\n",
+            "push StateMgr 1 tick=now\n",
+            "send as Cli MetadataMgr Bookmark u32:now\n"};
+        for (int pass = 0; pass < 160; ++pass) {
+            scenario += pass % 10 == 3 ? notices[pass / 10 % 8]
+                                       : "send as Cli MetadataMgr Ping\n"
+                                         "expect PingResponse from MetadataMgr within 5000\n";
+        }
+        scenario +=
+            "quit MetadataMgr\n"
+            "expect ShutdownResponse from MetadataMgr\n";
+        Drive(env, {"--vehicle", env.WriteFile("sim.scenario", scenario)}, "media", "", simulator,
+              "drive.draws");
 
-    const ProgramResult traffic =
-        Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
-    ASSERT_EQ(0, traffic.exitCode) << traffic.err;
-    EXPECT_THAT(traffic.err, HasSubstr("simulated drive of"));
-    Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick",
-          "traffic.draws");
-    const ProgramResult diff =
-        Mdstore(env, {"diff", env.MetadataPath(), env.Path("back/metadata/metadata")});
-    EXPECT_EQ("identical\n", diff.out);
+        const ProgramResult traffic =
+            Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
+        ASSERT_EQ(0, traffic.exitCode) << traffic.err;
+        EXPECT_THAT(traffic.err, HasSubstr("simulated drive of"));
+        const std::string log = env.Media() + "/metadata/draws.log";
+        Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back",
+              "tick", simulator, "media/metadata/draws.log");
+        const ProgramResult diff =
+            Mdstore(env, {"diff", env.MetadataPath(), env.Path("back/metadata/metadata")});
+        EXPECT_EQ("identical\n", diff.out);
+        const std::string logged = ReadFileText(log);
+        EXPECT_EQ(logged, ReadFileText(env.Path("back/metadata/draws.log")));
+
+        // Cut short in its last pass, then without the log.
+        const std::string cut =
+            env.WriteFile("cut.log", logged.substr(0, logged.rfind('\n', logged.size() - 2) + 1));
+        const ProgramResult refused =
+            Mdstore(env, {"traffic", "--draws", cut, env.MetadataPath(), env.Path("refused")});
+        EXPECT_EQ(2, refused.exitCode);
+        EXPECT_THAT(refused.err, HasSubstr("cut.log is cut short in its last pass (pass "));
+        ASSERT_EQ(0, std::rename(log.c_str(), env.Path("kept.log").c_str()));
+        const ProgramResult alone =
+            Mdstore(env, {"traffic", env.MetadataPath(), env.Path("alone")});
+        EXPECT_EQ(0, alone.exitCode);
+        EXPECT_THAT(alone.err, HasSubstr("no simulator draws log at " + log +
+                                         ": the drive is turned into traffic alone; if "
+                                         "MetadataMgr simulated it (-s), the simulator's records "
+                                         "will differ in a replay"));
+    }
 }
 
 // Two stores alike but for one value differ in exactly that record.

@@ -7,6 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <set>
+
 #include "LogOrder.h"
 #include "StoreRecords.h"
 #include "Subprocess.h"
@@ -74,6 +77,66 @@ TEST(ProcessCommandLine, UsageAndModeLines) {
         EXPECT_THAT(result.err, HasSubstr("MetadataMgr abnormal shutdown due to Invalid Usage"));
     }
     EXPECT_NE(0, access((env.Media() + "/metadata").c_str(), F_OK));
+}
+
+// Every program's --help is its usage and nothing else: exit status 0 (MetadataMgr's command
+// line has always answered help with its usage and 1) where nothing can be made. Every program
+// of the build is in the table; the benches, built only for the host, are skipped where they
+// are not built.
+TEST(ProgramHelp, EveryProgramPrintsItsUsageAndDoesNothingElse) {
+    const char* const kVerbs[] = {"info",    "cat",     "copy",          "verify",
+                                  "summary", "export",  "report",        "diff",
+                                  "traffic", "package", "check-package", "keygen"};
+    struct Row {
+        std::vector<std::string> argv;
+        int status;
+        std::string usage;  // the beginning of its output (standard error for MetadataMgr)
+    };
+    std::vector<Row> rows = {
+        {{"MetadataMgr", "--help"}, 1, "Usage:\n"},
+        {{"linxpeer", "--help"}, 0, "Usage: linxpeer [OPTIONS]"},
+        {{"mdstore", "--help"}, 0, "Usage: mdstore VERB [OPTIONS] PATH"},
+        {{"flood_bench", "--help"}, 0, "Usage: flood_bench [MESSAGES [ROUNDS]]"},
+        {{"export_bench", "--help"}, 0, "Usage: export_bench [HOURS [ROUNDS]]"},
+        {{"mm_bench", "--help"}, 0, "benchmark [--benchmark_list_tests={true|false}]"},
+    };
+    for (const char* verb : kVerbs) {
+        rows.push_back({{"mdstore", verb, "--help"}, 0, std::string("Usage: mdstore ") + verb});
+    }
+    std::set<std::string> listed;
+    for (Row& row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.argv));
+        listed.insert(row.argv[0]);
+        row.argv[0] = ProgramPath(row.argv[0]);
+        if (access(row.argv[0].c_str(), X_OK) != 0) {
+            std::printf("not built here: %s\n", row.argv[0].c_str());
+            continue;
+        }
+        // Every place a program could make something lies below a file: any start of work
+        // fails there, and shows in the exit status.
+        TestEnv env;
+        const std::string none = env.WriteFile("none", "");
+        const ProgramResult result = RunProgram(
+            row.argv,
+            {"TMPDIR=" + none + "/tmp", "LINX_DOMAIN=" + none + "/domain", "MEDIA_ROOT=" + none},
+            env.Root(), 20000);
+        EXPECT_EQ(row.status, result.exitCode) << result.out << result.err;
+        EXPECT_EQ(0u, (row.status == 0 ? result.out : result.err).find(row.usage))
+            << result.out << result.err;
+        if (row.argv == std::vector<std::string>{ProgramPath("mdstore"), "--help"}) {
+            for (const char* verb : kVerbs) {
+                EXPECT_THAT(result.out, HasSubstr(std::string("\n  ") + verb + " ")) << verb;
+            }
+            EXPECT_THAT(result.out, HasSubstr("--format gpx|geojson|csv|kml|mcap"));
+        }
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(ProgramPath(""))) {
+        const std::string name = entry.path().filename().string();
+        // Test programs: the suites and the fuzz targets' corpus replays.
+        const bool test = (name.size() > 6 && name.compare(name.size() - 6, 6, "_tests") == 0) ||
+                          name.compare(0, 5, "fuzz_") == 0;
+        EXPECT_TRUE(test || listed.count(name)) << name << " is missing from the table";
+    }
 }
 
 // One full run in the whole vehicle: the handshake names the own process and makes the first

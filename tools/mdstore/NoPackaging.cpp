@@ -1,13 +1,21 @@
-// The verbs of evidence packages in a build without OpenSSL (the target's): they say so.
+// The verbs of evidence packages in a build without OpenSSL (the target's): they say so, and
+// still print their usage on --help like every verb.
 #include <cstdio>
+#include <cstring>
 
 #include "Verbs.h"
 
 namespace {
 
-int NoPackaging(const char* verb) {
+int NoPackaging(int argc, char** argv, const char* usage) {
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+            std::fputs(usage, stdout);
+            return 0;
+        }
+    }
     std::fprintf(stderr, "mdstore: %s: this build has no packaging (built without OpenSSL)\n",
-                 verb);
+                 argv[0]);
     return 2;
 }
 
@@ -15,12 +23,12 @@ int NoPackaging(const char* verb) {
 
 const char* const kPackagingText = "packaging: not in this build (built without OpenSSL)";
 
-int PackageVerb(int, char**) {
-    return NoPackaging("package");
+int PackageVerb(int argc, char** argv) {
+    return NoPackaging(argc, argv, kPackageUsage);
 }
-int KeygenVerb(int, char**) {
-    return NoPackaging("keygen");
+int KeygenVerb(int argc, char** argv) {
+    return NoPackaging(argc, argv, kKeygenUsage);
 }
-int CheckPackageVerb(int, char**) {
-    return NoPackaging("check-package");
+int CheckPackageVerb(int argc, char** argv) {
+    return NoPackaging(argc, argv, kCheckPackageUsage);
 }

@@ -35,7 +35,8 @@ enum LongOnly {
     kJson,
     kCompression,
     kKey,
-    kPubkey
+    kPubkey,
+    kDraws
 };
 
 struct Allowed {
@@ -58,6 +59,7 @@ const Allowed kAll[] = {
     {{"compression", required_argument, nullptr, kCompression}, kOptExport},
     {{"key", required_argument, nullptr, kKey}, kOptKey},
     {{"pubkey", required_argument, nullptr, kPubkey}, kOptPubkey},
+    {{"draws", required_argument, nullptr, kDraws}, kOptDraws},
 };
 
 // A time (UTC) or a tick, for --since and --until: a tick is dated when the records are.
@@ -66,8 +68,12 @@ bool ParseMoment(const char* text, std::uint32_t& tick, bool& isTick, long long&
     return isTick || timeanchor::ParseUtc(text, utcMs);
 }
 
-// --format and --compression: keeps the value; what is wrong with it, "" when nothing.
+// --format, --compression and --draws: keeps the value; what is wrong with it, "" when nothing.
 std::string TakeChoice(int code, const std::string& value, Options& options) {
+    if (code == kDraws) {
+        options.draws = value;
+        return value.empty() ? "--draws needs a file" : "";
+    }
     if (code == kFormat) {
         options.format = value;
         return value == "gpx" || value == "geojson" || value == "csv" || value == "kml" ||
@@ -184,7 +190,8 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
                 }
                 break;
             case kFormat:
-            case kCompression: {
+            case kCompression:
+            case kDraws: {
                 const std::string problem = TakeChoice(code, optarg, options);
                 if (!problem.empty()) {
                     return UsageError(verb, problem);

@@ -20,6 +20,7 @@ enum OptionSet : unsigned {
     kOptOutput = 1u << 6,  // -o FILE alone
     kOptKey = 1u << 7,     // --key FILE
     kOptPubkey = 1u << 8,  // --pubkey FILE
+    kOptDraws = 1u << 9,   // --draws FILE
 };
 
 struct Options {
@@ -40,6 +41,7 @@ struct Options {
     std::string compression;  // MCAP chunks: "none", "zstd" or "" (zstd where the build has it)
     std::string key;          // --key: a private key (PEM)
     std::string pubkey;       // --pubkey: a public key (PEM)
+    std::string draws;        // the simulator's draws log
     std::vector<std::string> paths;
 
     // True when the record passes --from/--to, --kind and (with `utcMs`, null when unknown)

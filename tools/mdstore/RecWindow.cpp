@@ -10,7 +10,6 @@ bool RecWindow::Has(std::size_t k) const {
         const DriveRecord& raw = held.raw;
         held.rec.op = raw.op;
         mdj::WalkRecord(raw.op, raw.body.data(), raw.body.size(), &held.rec.v);
-        held.rec.stamp = raw.stamp;
         held.rec.time = mdj::RecordTime(raw.op, raw.stamp, raw.body.data(), raw.body.size());
         held_.push_back(std::move(held));
     }

@@ -4,6 +4,7 @@
 // request that produces it, in store order and at its own tick.
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
@@ -17,28 +18,32 @@
 #include "Item.h"
 #include "MicItems.h"
 #include "Options.h"
+#include "PassRecords.h"
 #include "PlatformTypes.h"
 #include "RecordSchema.h"
-#include "SimulatedDrive.h"
+#include "SegmentFiles.h"
 #include "StreamingLvsStateItem.h"
 #include "TrafficRecords.h"
 #include "Verbs.h"
 #include "VideoMgrItems.h"
 
 const char* const kTrafficUsage =
-    "Usage: mdstore traffic STORE [CAPTURE]\n"
+    "Usage: mdstore traffic [--draws LOG] STORE [CAPTURE]\n"
     "Turns the drive a store holds back into the traffic that made it, as a linxpeer capture\n"
     "(standard output, or CAPTURE): the state manager's handshake, every server's items with\n"
     "the values reported at subscription, then every change as the notice or request that\n"
     "produces it, in order, at its own tick. Play it with linxpeer --replay CAPTURE against a\n"
     "fresh MetadataMgr (HOST_SYSTICK_FILE set for both, so the process's clock follows the\n"
     "drive). Records no traffic can produce are written as # lines and counted on standard\n"
-    "error. A simulated drive (MetadataMgr -s) is driven loop pass by loop pass, and the\n"
-    "simulator's draws go to CAPTURE.draws: replay it into MetadataMgr -s (the capture's\n"
-    "'# simulator' line says with which options) with SIMULATOR_DRAWS=CAPTURE.draws. The\n"
+    "error. A simulated drive (MetadataMgr -s) comes with the simulator's draws log\n"
+    "(SIMULATOR_DRAWS_LOG): draws.log in the store's directory, or --draws LOG. With it the\n"
+    "simulator's records are left out of the traffic, which drives the process loop pass by\n"
+    "loop pass: replay it into MetadataMgr -s (the capture's '# simulator' line says with\n"
+    "which options) with SIMULATOR_DRAWS=LOG. Without a log the drive is traffic alone, and\n"
+    "the records of a simulator would differ in the replay (said on standard error). The\n"
     "payloads are in this machine's byte order: make the capture where it is replayed.\n"
-    "Exit status: 0 written, 1 bad usage (a simulated drive without CAPTURE), 2 the store\n"
-    "cannot be read, holds more than one run, or is no drive the simulator can have written.\n";
+    "Exit status: 0 written, 1 bad usage, 2 the store cannot be read or holds more than one\n"
+    "run, or the draws log is cut short, of another run or not this drive's.\n";
 
 namespace {
 
@@ -122,8 +127,9 @@ const std::size_t kNoLimit = static_cast<std::size_t>(-1);
 
 class Inverter {
 public:
-    Inverter(RecWindow& recs, const SimulatedDrive& simulation, Writer& out)
-        : recs_(recs), simulation_(simulation), out_(out) {}
+    // `draws` null: a drive without the simulator's draws.
+    Inverter(RecWindow& recs, DrawsLog* draws, Writer& out)
+        : recs_(recs), draws_(draws), out_(out) {}
 
     // Returns the number of records that no traffic reproduces exactly.
     int Run();
@@ -163,7 +169,7 @@ private:
     bool OneItem(std::size_t k, std::size_t end);
 
     RecWindow& recs_;
-    const SimulatedDrive& simulation_;
+    DrawsLog* draws_;
     Writer& out_;
     std::size_t limit_ = kNoLimit;
     std::size_t next_ = 0;
@@ -580,7 +586,7 @@ std::size_t Inverter::Change(std::size_t k) {
             }
             // The handler stamps it with the process's own last tick: set the clock and let
             // a loop pass read it first (in a simulated drive the pass before did).
-            if (!simulation_.Simulated()) {
+            if (draws_ == nullptr) {
                 out_.Tick(rec.U(6));
                 out_.Ping();
             }
@@ -614,7 +620,7 @@ int Inverter::Run() {
     Subscribe();
     out_.Recv("StateMgr", 13234);
     out_.Sent("StateMgr", 13235, Bytes());
-    if (simulation_.Simulated()) {
+    if (draws_ != nullptr) {
         RunPasses();
     } else {
         RunChanges();
@@ -645,18 +651,19 @@ void Inverter::RunChanges() {
 }
 
 void Inverter::RunPasses() {
-    out_.Comment(std::string("simulator ") + (simulation_.RadarOnly() ? "-s -r" : "-s"));
-    out_.Comment("a simulated drive of " + std::to_string(simulation_.PassCount()) +
+    out_.Comment(std::string("simulator ") + (draws_->RadarOnly() ? "-s -r" : "-s"));
+    out_.Comment("a simulated drive of " + std::to_string(draws_->Passes()) +
                  " loop passes: each is driven by the message before it (a ping where the "
                  "loop woke without one) and a sync, so that it reads the clock of its records");
     std::uint32_t base = 0;
     unsigned long long ms = 0;
     std::size_t k = next_;
-    SimulatedPass pass;
-    std::size_t index = 0;
-    for (std::size_t at = 0; simulation_.NextPass(recs_, at, pass);
-         at = pass.first + pass.count, ++index) {
-        base = index == 0 ? pass.tick : base;
+    LoggedPass pass;
+    PassRecords found;
+    std::string error;  // CheckPassRecords found every pass before
+    while (draws_->Next(pass) &&
+           FindPassRecords(recs_, k, draws_->RadarOnly(), pass, found, error)) {
+        base = pass.number == 1 ? pass.tick : base;
         if (pass.tick - base > ms && pass.tick - base < 0x80000000u) {
             ms = pass.tick - base;
         }
@@ -666,8 +673,8 @@ void Inverter::RunPasses() {
         // pass followed it. That message and the quit are sent while the last pass still runs,
         // so that both wait in the queue when the loop reads the message.
         const bool quitBehind =
-            index + 1 == simulation_.PassCount() && recs_.Has(pass.first + pass.count);
-        if (Message(k, pass.first) == 0) {
+            pass.number == draws_->Passes() && recs_.Has(found.first + found.count);
+        if (Message(k, found.first) == 0) {
             if (quitBehind) {
                 out_.Sent("Cli", kPing, Bytes());
             } else {
@@ -677,7 +684,7 @@ void Inverter::RunPasses() {
         if (!quitBehind) {
             out_.Sync();
         }
-        k = pass.first + pass.count;
+        k = found.first + found.count;
         recs_.Forget(k);
     }
     Message(k, TailEnd(k));
@@ -742,44 +749,46 @@ bool Inverter::OneItem(std::size_t k, std::size_t end) {
     return false;
 }
 
-// The draws, worked out into `draws` before the capture was written, behind their heading;
-// `draws` is closed.
-bool WriteDraws(const std::string& path, std::FILE* draws) {
-    std::FILE* file = std::fopen(path.c_str(), "w");
-    if (file == nullptr) {
-        std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
-        return false;
+// The process runs the store at `path` holds; -1 when nothing there is readable.
+int CountRuns(const std::string& path) {
+    DriveReader reader;
+    if (!reader.Open(path)) {
+        return -1;
     }
-    std::fprintf(file, "# the simulator's draws of a replayed drive, in the order it takes them\n");
-    std::rewind(draws);
-    char buffer[4096];
-    for (std::size_t got = std::fread(buffer, 1, sizeof buffer, draws); got > 0;
-         got = std::fread(buffer, 1, sizeof buffer, draws)) {
-        std::fwrite(buffer, 1, got, file);
+    DriveRecord record;
+    while (reader.Next(record)) {
     }
-    const bool read = std::ferror(draws) == 0;
-    std::fclose(draws);
-    if (!read || std::fclose(file) != 0) {
-        std::fprintf(stderr, "mdstore: cannot write %s\n", path.c_str());
+    return reader.Runs();
+}
+
+// The simulator's draws log of the store at `store`: `named`, else the one in the store's
+// directory. False when there is none; says so on standard error when none was named.
+bool FindDrawsLog(const std::string& store, const std::string& named, std::string& path) {
+    path = named.empty() ? mdj::DirectoryOf(store) + "/" + kDrawsLogName : named;
+    if (named.empty() && ::access(path.c_str(), F_OK) != 0) {
+        std::fprintf(stderr,
+                     "mdstore: no simulator draws log at %s: the drive is turned into traffic "
+                     "alone; if MetadataMgr simulated it (-s), the simulator's records will "
+                     "differ in a replay\n",
+                     path.c_str());
         return false;
     }
     return true;
 }
 
-// Works out the simulator's draws into a temporary file; false (with the reason on standard
-// error) when the drive is no simulated one or the file cannot be made.
-bool WorkOutDraws(const std::string& store, const SimulatedDrive& simulation, std::FILE*& draws) {
-    draws = std::tmpfile();
-    if (draws == nullptr) {
-        std::fprintf(stderr, "mdstore: cannot make a temporary file for the draws\n");
-        return false;
-    }
+// The draws log checked against the store; false (with the reason on standard error) when it
+// does not fit.
+bool OpenDrawsLog(const std::string& store, const std::string& path, DrawsLog& log) {
     std::string error;
-    if (!simulation.Draws(store, draws, error)) {
-        std::fprintf(stderr, "mdstore: %s: the simulator cannot have written this drive (%s)\n",
-                     store.c_str(), error.c_str());
+    if (!log.Open(path, error) || !CheckPassRecords(store, log, error)) {
+        std::fprintf(stderr, "mdstore: %s\n", error.c_str());
         return false;
     }
+    log.Rewind();
+    std::fprintf(stderr,
+                 "mdstore: a simulated drive of %lu loop passes: replay it into MetadataMgr %s "
+                 "with SIMULATOR_DRAWS=%s\n",
+                 log.Passes(), log.RadarOnly() ? "-s -r" : "-s", path.c_str());
     return true;
 }
 
@@ -787,16 +796,15 @@ bool WorkOutDraws(const std::string& store, const SimulatedDrive& simulation, st
 
 int TrafficVerb(int argc, char** argv) {
     Options options;
-    const int early = ParseOptions(argc, argv, 0, 1, kTrafficUsage, options, 1);
+    const int early = ParseOptions(argc, argv, kOptDraws, 1, kTrafficUsage, options, 1);
     if (early >= 0) {
         return early;
     }
-    // The store is read three times at most: for its passes and runs, for the simulator's draws,
-    // and for the traffic; each reading holds only the records at hand.
+    // The store is read three times: for its runs, for the passes of the draws log, and for
+    // the traffic; each reading holds only the records at hand.
     const std::vector<std::string>& args = options.paths;
-    SimulatedDrive simulation;
-    int runs = 0;
-    if (!simulation.Find(args[0], runs)) {
+    const int runs = CountRuns(args[0]);
+    if (runs < 0) {
         std::fprintf(stderr, "mdstore: nothing readable at %s\n", args[0].c_str());
         return 2;
     }
@@ -807,24 +815,11 @@ int TrafficVerb(int argc, char** argv) {
                      args[0].c_str(), runs);
         return 2;
     }
-    std::FILE* draws = nullptr;
-    if (simulation.Simulated()) {
-        // The simulator's draws go beside the capture: the process reads them from a file.
-        if (args.size() < 2) {
-            std::fprintf(stderr,
-                         "mdstore: %s is a simulated drive: name a CAPTURE file, its simulator "
-                         "draws go beside it (CAPTURE.draws)\n",
-                         args[0].c_str());
-            return 1;
-        }
-        if (!WorkOutDraws(args[0], simulation, draws)) {
-            return 2;
-        }
-        std::fprintf(stderr,
-                     "mdstore: a simulated drive of %zu loop passes: replay it into MetadataMgr "
-                     "%s with SIMULATOR_DRAWS=%s.draws\n",
-                     simulation.PassCount(), simulation.RadarOnly() ? "-s -r" : "-s",
-                     args[1].c_str());
+    DrawsLog log;
+    std::string logPath;
+    const bool simulated = FindDrawsLog(args[0], options.draws, logPath);
+    if (simulated && !OpenDrawsLog(args[0], logPath, log)) {
+        return 2;
     }
     std::FILE* out = args.size() == 2 ? std::fopen(args[1].c_str(), "w") : stdout;
     if (out == nullptr) {
@@ -839,10 +834,9 @@ int TrafficVerb(int argc, char** argv) {
     DriveReader reader;
     reader.Open(args[0]);
     RecWindow recs(reader);
-    const int lost = Inverter(recs, simulation, writer).Run();
+    const int lost = Inverter(recs, simulated ? &log : nullptr, writer).Run();
     if (lost > 0) {
         std::fprintf(stderr, "mdstore: %d records no traffic reproduces exactly (# lines)\n", lost);
     }
-    const bool written = (out == stdout ? std::fflush(out) : std::fclose(out)) == 0;
-    return written && (draws == nullptr || WriteDraws(args[1] + ".draws", draws)) ? 0 : 2;
+    return (out == stdout ? std::fflush(out) : std::fclose(out)) == 0 ? 0 : 2;
 }

@@ -41,8 +41,7 @@ public:
 struct Rec {
     std::uint8_t op = 0;
     Values v;
-    std::uint32_t stamp = 0;  // the store's "at"
-    std::uint32_t time = 0;   // its own tick when it has a real one, else the store's
+    std::uint32_t time = 0;  // its own tick when it has a real one, else the store's
     // Absent fields read 0 and empty: a server the store has no values of serves defaults.
     std::uint32_t U(std::size_t index) const {
         return index < v.n.size() ? static_cast<std::uint32_t>(v.n[index]) : 0;

@@ -12,6 +12,7 @@
 #include "MetadataMgrServer.h"
 #include "ProcessInitializer.h"
 #include "ProcessState.h"
+#include "SimulatorDrawLog.h"
 #include "alloc_Counter.h"
 #include "events_support.h"
 
@@ -131,7 +132,8 @@ TEST(AllocHotPaths, EveryHandlerAndRequestOnceWarm) {
     EXPECT_EQ(4 * rounds, WithOp(records, "ReportTemp").size());
 }
 
-// Every loop pass with the filler forced and the simulator on, so every branch of the pass runs.
+// Every loop pass with the filler forced and the simulator on, its draws logged, so every branch
+// of the pass runs.
 // After the shutdown a pass reaches neither the store nor the shared record.
 TEST(AllocHotPaths, LoopPassForcedAndSimulatedThenNothingAfterShutdown) {
     ScopedEnv force("FORCE_METADATA", "");
@@ -139,7 +141,12 @@ TEST(AllocHotPaths, LoopPassForcedAndSimulatedThenNothingAfterShutdown) {
     ScopedEnv tickFile("HOST_SYSTICK_FILE", h.env.WriteFile("tick", "1000"));
     Start(h);
     gSimulatorMode = true;
-    h.manager->SetSimulatorDraw(Draw);
+    // The draws written down as they are taken, as on a bench.
+    const std::string logPath = h.env.Path("draws.log");
+    SimulatorDrawLog drawLog;
+    drawLog.Start(logPath.c_str(), false, Draw, nullptr);
+    h.manager->SetSimulatorDraw(SimulatorDrawLog::Next, &drawLog);
+    h.manager->SetSimulatorPassMark(SimulatorDrawLog::Pass, &drawLog);
     // Half a second a pass, so every other pass puts the store's data on disk.
     unsigned int tick = 1000;
     unsigned int allocations = 0;

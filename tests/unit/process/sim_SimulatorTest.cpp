@@ -8,6 +8,7 @@
 #include "ManagerHarness.h"
 #include "ProcessState.h"
 #include "SimulatorDrawFile.h"
+#include "SimulatorDrawLog.h"
 #include "TestEnv.h"
 
 namespace {
@@ -211,4 +212,32 @@ TEST(Simulator, DrawFileGivesItsDrawsThenTheClock) {
         SimulatorDrawFile::Next(&file);  // the clock's
         EXPECT_EQ(1u, log.Count(list.said)) << log.Text();
     }
+}
+
+// The draws log: a pass is written whole once the next begins, or at the end. A log that cannot
+// be written (a full disk) is said once, and the simulator goes on drawing.
+TEST(Simulator, DrawLogWritesWholePassesAndOutlivesAFullDisk) {
+    ManagerHarness h;
+    ASSERT_TRUE(h.Prepare());
+    LogCapture log(h.env.Path("log"), 0xFFFFFFFFu);
+    ScopedEnv tick("HOST_SYSTICK_FILE", h.env.WriteFile("tick", "4242"));
+    gRadarOnlyMode = true;
+    for (const std::string& path : {h.env.Path("draws.log"), std::string("/dev/full")}) {
+        SimulatorDrawLog drawLog;
+        drawLog.Start(path.c_str(), true, ScriptedDraw, nullptr);
+        gDraws = {7, 61, 3};
+        h.manager->SetSimulatorDraw(SimulatorDrawLog::Next, &drawLog);
+        h.manager->SetSimulatorPassMark(SimulatorDrawLog::Pass, &drawLog);
+        for (int pass = 0; pass < 3; ++pass) {
+            h.manager->SimulateData();
+        }
+        h.manager->SetSimulatorPassMark(nullptr, nullptr);
+        EXPECT_TRUE(gDraws.empty()) << path;
+        if (path != "/dev/full") {
+            EXPECT_EQ("# simulator -s -r\n# pass 4242\n7\n# pass 4242\n61\n", ReadFileText(path));
+        }
+    }
+    gRadarOnlyMode = false;
+    EXPECT_EQ(1u, log.Count("cannot write /dev/full")) << log.Text();
+    EXPECT_EQ(6u, WithOp(Reports(h), "ReportRadarState").size());
 }
