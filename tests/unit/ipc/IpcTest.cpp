@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "Backlog.h"
 #include "ExternalMgrApi.h"
 #include "HostSeams.h"
 #include "HostSync.h"
@@ -428,34 +430,89 @@ TEST(LinxIpc, NoticesInOrderAndOnlyFromTheStateManager) {
     EXPECT_EQ(5u, log.size());
 }
 
-// A selective receive holds back no more than its bound: the rest stays in the socket and the
-// sender waits for room. The loop then takes every message, in the order sent.
-TEST(LinxIpc, HeldBackMessagesAreBoundedAndNoneIsLost) {
-    TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc flood("Flood");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, flood.Init());
-    const int kMessages = 3000;
-    std::atomic<int> sent{0};
-    // A send that found the queue full for a second (a slow emulator) is tried again.
-    std::thread sender([&] {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (sent < kMessages && std::chrono::steady_clock::now() < end) {
-            sent += Send(flood, "Main", 20, std::to_string(sent.load())) ? 1 : 0;
-        }
-    });
-    IpcMessage got;
-    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20000, 99, kAny, &got));
-    EXPECT_LT(sent.load(), kMessages);
-    std::vector<std::string> log;
-    main.RegisterHandler(20, Record, &log);
-    while (log.size() < kMessages && main.Receive(5000, 0, kAny, nullptr) == 0) {
+// A selective receive holds back messages up to its bound and not one more: at the bound it
+// stops reading and returns kTimeout at once, with one line saying what it holds, although
+// what it waits for is next in the queue; one message short of the bound it reads on and gets
+// it. Either way the loop then takes every message in the order sent. Both bounds: the count,
+// and the bytes (held records must leave room for one more of the largest size).
+TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
+    // A held record: a 16-byte header, the sender's name and the payload, rounded up to 8.
+    auto record = [](std::size_t name, std::size_t payload) {
+        return (16 + name + payload + 7) / 8 * 8;
+    };
+    const std::string kSender = "Flood";
+    // The largest record a filler's payload fills without padding.
+    const std::size_t kMaxRecord = (16 + kSender.size() + IpcMessage::kMaxPayload) / 8 * 8;
+    // Payload sizes of fillers whose records add up to exactly the held bytes the bound allows.
+    std::vector<std::size_t> fullBytes;
+    for (std::size_t left =
+             hostipc::Backlog::kBytes - record(hostipc::kMaxNameLength, IpcMessage::kMaxPayload);
+         left > 0;) {
+        std::size_t next = std::min(left, kMaxRecord);
+        next -= left - next > 0 && left - next < 24 ? 24 : 0;  // no record is that short
+        fullBytes.push_back(next - 16 - kSender.size());
+        left -= next;
     }
-    sender.join();
-    ASSERT_EQ(static_cast<std::size_t>(kMessages), log.size());
-    for (int i = 0; i < kMessages; ++i) {
-        ASSERT_EQ("20:" + std::to_string(i), log[i]);
+    std::vector<std::size_t> pastBytes = fullBytes;
+    pastBytes.push_back(0);
+    const std::size_t kCount = hostipc::Backlog::kMaxMessages;
+    auto held = [&](const std::vector<std::size_t>& payloads) {
+        std::size_t bytes = 0;
+        for (std::size_t payload : payloads) {
+            bytes += record(kSender.size(), payload);
+        }
+        return "holds back " + std::to_string(payloads.size()) + " messages (" +
+               std::to_string(bytes) + " bytes)";
+    };
+    const struct {
+        const char* what;
+        std::vector<std::size_t> fillers;  // payload sizes, sent before the awaited message
+        bool reached;
+    } cases[] = {
+        {"count bound", std::vector<std::size_t>(kCount - 1, 0), true},
+        {"one past the count bound", std::vector<std::size_t>(kCount, 0), false},
+        {"byte bound", fullBytes, true},
+        {"one past the byte bound", pastBytes, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TestEnv env;
+        LinxIpc main("Main");
+        LinxIpc flood(kSender);
+        ASSERT_EQ(0, main.Init());
+        ASSERT_EQ(0, flood.Init());
+        // Fillers of types 1000, 1001, ...; then the awaited type 99. A send that found the
+        // queue full for a second (a slow emulator) is tried again.
+        std::thread sender([&] {
+            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+            for (std::size_t i = 0;
+                 i <= c.fillers.size() && std::chrono::steady_clock::now() < end;) {
+                const bool last = i == c.fillers.size();
+                const unsigned int type = last ? 99 : 1000 + static_cast<unsigned int>(i);
+                i += Send(flood, "Main", type, std::string(last ? 0 : c.fillers[i], 'f')) ? 1 : 0;
+            }
+        });
+        IpcMessage got;
+        testing::internal::CaptureStderr();
+        const int result = main.Receive(20000, 99, kAny, &got);
+        const std::string said = testing::internal::GetCapturedStderr();
+        std::vector<unsigned int> order;
+        if (result == 0) {
+            order.push_back(got.MsgType());
+        }
+        while (order.size() <= c.fillers.size() && main.Receive(5000, 0, kAny, &got) == 0) {
+            order.push_back(got.MsgType());
+        }
+        sender.join();
+        EXPECT_EQ(c.reached ? 0 : LinxIpc::kTimeout, result);
+        EXPECT_EQ(c.reached ? "" : "LinxIpc: Main " + held(c.fillers),
+                  said.substr(0, said.find(" while")));
+        std::vector<unsigned int> sent;
+        for (unsigned int i = 0; i < c.fillers.size(); ++i) {
+            sent.push_back(1000 + i);
+        }
+        sent.insert(c.reached ? sent.begin() : sent.end(), 99);
+        EXPECT_EQ(sent, order);
     }
 }
 
