@@ -434,7 +434,8 @@ TEST(LinxIpc, NoticesInOrderAndOnlyFromTheStateManager) {
 // stops reading and returns kTimeout at once, with one line saying what it holds, although
 // what it waits for is next in the queue; one message short of the bound it reads on and gets
 // it. Either way the loop then takes every message in the order sent. Both bounds: the count,
-// and the bytes (held records must leave room for one more of the largest size).
+// and the bytes (held records must leave room for one more of the largest size). Messages taken
+// out of the middle leave holes that are closed up when the buffer's end is reached.
 TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
     // A held record: a 16-byte header, the sender's name and the payload, rounded up to 8.
     auto record = [](std::size_t name, std::size_t payload) {
@@ -468,11 +469,16 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
         const char* what;
         std::vector<std::size_t> fillers;  // payload sizes, sent before the awaited message
         bool reached;
+        std::vector<unsigned int> takes;  // fillers' types taken by selective receives first
     } cases[] = {
-        {"count bound", std::vector<std::size_t>(kCount - 1, 0), true},
-        {"one past the count bound", std::vector<std::size_t>(kCount, 0), false},
-        {"byte bound", fullBytes, true},
-        {"one past the byte bound", pastBytes, false},
+        {"count bound", std::vector<std::size_t>(kCount - 1, 0), true, {}},
+        {"one past the count bound", std::vector<std::size_t>(kCount, 0), false, {}},
+        {"byte bound", fullBytes, true, {}},
+        {"one past the byte bound", pastBytes, false, {}},
+        {"holes closed up",
+         std::vector<std::size_t>(9, kMaxRecord - 16 - kSender.size()),
+         true,
+         {1003, 1001, 1000}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -493,10 +499,14 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
             }
         });
         IpcMessage got;
+        std::vector<unsigned int> order;
+        for (unsigned int type : c.takes) {
+            EXPECT_EQ(0, main.Receive(20000, type, kAny, &got));
+            order.push_back(got.MsgType());
+        }
         testing::internal::CaptureStderr();
         const int result = main.Receive(20000, 99, kAny, &got);
         const std::string said = testing::internal::GetCapturedStderr();
-        std::vector<unsigned int> order;
         if (result == 0) {
             order.push_back(got.MsgType());
         }
@@ -507,11 +517,14 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
         EXPECT_EQ(c.reached ? 0 : LinxIpc::kTimeout, result);
         EXPECT_EQ(c.reached ? "" : "LinxIpc: Main " + held(c.fillers),
                   said.substr(0, said.find(" while")));
-        std::vector<unsigned int> sent;
+        std::vector<unsigned int> sent = c.takes;
+        sent.insert(sent.end(), c.reached ? 1 : 0, 99);
         for (unsigned int i = 0; i < c.fillers.size(); ++i) {
-            sent.push_back(1000 + i);
+            if (std::find(c.takes.begin(), c.takes.end(), 1000 + i) == c.takes.end()) {
+                sent.push_back(1000 + i);
+            }
         }
-        sent.insert(c.reached ? sent.begin() : sent.end(), 99);
+        sent.insert(sent.end(), c.reached ? 0 : 1, 99);
         EXPECT_EQ(sent, order);
     }
 }
