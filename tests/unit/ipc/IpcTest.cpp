@@ -165,6 +165,14 @@ TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
         EXPECT_EQ("Sender", m->GetSender());
         EXPECT_TRUE(Guarded(largest) == WithGuard(*m));
     }
+    // Assigned a smaller message, a copy keeps its buffer and shows only the new payload;
+    // assigned itself, it stays as it was.
+    ASSERT_EQ(0, message.Allocate(12, 2, const_cast<char*>("\7\7")));
+    copy = message;
+    const IpcMessage& same = copy;
+    copy = same;
+    EXPECT_EQ(12u, copy.MsgType());
+    EXPECT_EQ(Guarded("\7\7"), WithGuard(copy));
     ASSERT_EQ(0, message.Allocate(11, 0, nullptr));
     EXPECT_EQ(nullptr, message.DataPtr());
 }
@@ -177,6 +185,9 @@ TEST(LinxServerNameList, EveryNameLeadsBackToItsProcess) {
     }
     EXPECT_EQ(e_Process_Unknown, names.Find("NoSuchProcess"));
     EXPECT_EQ(e_Process_Unknown, names.Find(""));
+    // A number past the table has a name of its own, which is no process.
+    EXPECT_EQ("Process" + std::to_string(e_Process_Count + 3), names.Name(e_Process_Count + 3));
+    EXPECT_EQ(e_Process_Unknown, names.Find(names.Name(e_Process_Count + 3)));
 }
 
 TEST(IpcWire, HeaderIsBigEndianAndMalformedDatagramsAreDropped) {
