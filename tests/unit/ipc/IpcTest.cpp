@@ -540,6 +540,32 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
     }
 }
 
+// A peer that stops reading its queue costs a sender one wait, then sends to it fail at once;
+// once it reads again, they work again. Each turn is told once.
+TEST(LinxIpc, APeerThatStopsReadingIsToldOnceAndTakenBackWhenItReads) {
+    TestEnv env;
+    LinxIpc main("Main");
+    LinxIpc sink("Sink");
+    ASSERT_EQ(0, main.Init());
+    ASSERT_EQ(0, sink.Init());
+    testing::internal::CaptureStderr();
+    int queued = 0;
+    while (queued < 100000 && Send(main, "Sink", 7)) {
+        ++queued;
+    }
+    EXPECT_FALSE(Send(main, "Sink", 7));
+    IpcMessage got;
+    for (int i = 0; i < queued; ++i) {
+        ASSERT_EQ(0, sink.Receive(1000, 7, kAny, &got));
+    }
+    EXPECT_TRUE(Send(main, "Sink", 8));
+    EXPECT_TRUE(Send(main, "Sink", 8));
+    EXPECT_EQ(
+        "LinxIpc: Main: Sink does not read its queue; sends to it fail at once until it does\n"
+        "LinxIpc: Main: Sink reads its queue again\n",
+        testing::internal::GetCapturedStderr());
+}
+
 namespace {
 
 // Serves item 5 as a UShortItem of 1234; refuses the rest.
