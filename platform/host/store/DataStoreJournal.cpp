@@ -10,6 +10,7 @@
 #include <ctime>
 
 #include "BigEndian.h"
+#include "DataSync.h"
 #include "HostDomain.h"
 #include "JournalFormat.h"
 #include "PendingWrites.h"
@@ -510,7 +511,7 @@ bool DataStoreJournal::WritePending() {
 void DataStoreJournal::Flush(bool sync) {
     WritePending();
     if (sync && unsynced_) {
-        fdatasync(fd_);
+        hostsystem::SyncData(fd_);
         unsynced_ = false;
     }
 }

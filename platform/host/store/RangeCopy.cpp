@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "DataSync.h"
 #include "JournalReader.h"
 #include "RecordSchema.h"
 #include "SegmentIndex.h"
@@ -289,7 +290,7 @@ bool CopyRangeInto(const std::string& source, int fd, std::uint32_t first, std::
         ok = ReadForCopy(source, first, second, sink) && sink.Finish();
         sink.Progress(true);
     }
-    return ok && fdatasync(fd) == 0;
+    return ok && hostsystem::SyncData(fd) == 0;
 }
 
 bool CopyRange(const std::string& source, const std::string& destination, std::uint32_t first,

@@ -1,5 +1,6 @@
 // The domain and the media root belong to the user running the vehicle: what others could plant
 // there is refused and left alone, and what the platform makes has its own modes.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -36,15 +37,20 @@ TEST(OwnFiles, WhatHoldsAPathThePlatformUsesIsRefusedAndLeftAsItIs) {
         mode_t holder;     // S_IFLNK: a link to <root>/precious
         bool (*use)(Env);
         bool used;  // a segment name held by a link is skipped, not refused
+        const char* says;
     } cases[] = {
-        {"domain/watchdog/19.0", S_IFLNK, Use::Watch, false},
-        {"domain/watchdog", S_IFREG, Use::Watch, false},
-        {"domain/metadata.shm", S_IFLNK, Use::Block, false},
-        {"domain/Main", S_IFREG, Use::Endpoint, false},
-        {"domain/Main", S_IFLNK, Use::Endpoint, false},
-        {"domain/Main", S_IFDIR, Use::Endpoint, false},
-        {"media/metadata", S_IFLNK, Use::Store, false},
-        {"media/metadata/metadata.000001.mdj", S_IFLNK, Use::Store, true},
+        {"domain/watchdog/19.0", S_IFLNK, Use::Watch, false, "19.0: it is a symbolic link"},
+        {"domain/watchdog/19.0", S_IFIFO, Use::Watch, false, "19.0: it is a special file"},
+        {"domain/watchdog", S_IFREG, Use::Watch, false, "watchdog: it is a regular file"},
+        {"domain/metadata.shm", S_IFLNK, Use::Block, false, "shm: it is a symbolic link"},
+        {"domain/metadata.shm", S_IFDIR, Use::Block, false, "metadata.shm: Is a directory"},
+        {"domain/Main", S_IFREG, Use::Endpoint, false,
+         "Main is held by a regular file, not a socket"},
+        {"domain/Main", S_IFLNK, Use::Endpoint, false, "Main is held by a symbolic link, not"},
+        {"domain/Main", S_IFDIR, Use::Endpoint, false, "Main is held by a directory, not a"},
+        {"media/metadata", S_IFLNK, Use::Store, false, "metadata: it is a symbolic link"},
+        {"media/metadata/metadata.000001.mdj", S_IFLNK, Use::Store, true,
+         "000001.mdj left alone: not a plain file"},
     };
     for (const auto& c : cases) {
         TestEnv env;
@@ -57,10 +63,14 @@ TEST(OwnFiles, WhatHoldsAPathThePlatformUsesIsRefusedAndLeftAsItIs) {
             ASSERT_EQ(0, ::symlink(precious.c_str(), path.c_str()));
         } else if (c.holder == S_IFDIR) {
             ASSERT_EQ(0, ::mkdir(path.c_str(), 0700));
+        } else if (c.holder == S_IFIFO) {
+            ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
         } else {
             env.WriteFile(c.path, "someone's");
         }
+        testing::internal::CaptureStderr();
         EXPECT_EQ(c.used, c.use(env)) << c.path;
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(c.says));
         EXPECT_EQ(c.holder, ModeOf(path) & S_IFMT) << c.path;
         EXPECT_EQ("keep me", ReadFileText(precious)) << c.path;
         EXPECT_TRUE(c.holder != S_IFREG || ReadFileText(path) == "someone's") << c.path;

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "Backlog.h"
 #include "ExternalMgrApi.h"
 #include "HostSeams.h"
 #include "HostSync.h"
@@ -163,6 +165,14 @@ TEST(IpcMessage, PayloadIsCopiedZeroGuardedAndRefusedAsAsked) {
         EXPECT_EQ("Sender", m->GetSender());
         EXPECT_TRUE(Guarded(largest) == WithGuard(*m));
     }
+    // Assigned a smaller message, a copy keeps its buffer and shows only the new payload;
+    // assigned itself, it stays as it was.
+    ASSERT_EQ(0, message.Allocate(12, 2, const_cast<char*>("\7\7")));
+    copy = message;
+    const IpcMessage& same = copy;
+    copy = same;
+    EXPECT_EQ(12u, copy.MsgType());
+    EXPECT_EQ(Guarded("\7\7"), WithGuard(copy));
     ASSERT_EQ(0, message.Allocate(11, 0, nullptr));
     EXPECT_EQ(nullptr, message.DataPtr());
 }
@@ -175,6 +185,9 @@ TEST(LinxServerNameList, EveryNameLeadsBackToItsProcess) {
     }
     EXPECT_EQ(e_Process_Unknown, names.Find("NoSuchProcess"));
     EXPECT_EQ(e_Process_Unknown, names.Find(""));
+    // A number past the table has a name of its own, which is no process.
+    EXPECT_EQ("Process" + std::to_string(e_Process_Count + 3), names.Name(e_Process_Count + 3));
+    EXPECT_EQ(e_Process_Unknown, names.Find(names.Name(e_Process_Count + 3)));
 }
 
 TEST(IpcWire, HeaderIsBigEndianAndMalformedDatagramsAreDropped) {
@@ -428,35 +441,129 @@ TEST(LinxIpc, NoticesInOrderAndOnlyFromTheStateManager) {
     EXPECT_EQ(5u, log.size());
 }
 
-// A selective receive holds back no more than its bound: the rest stays in the socket and the
-// sender waits for room. The loop then takes every message, in the order sent.
-TEST(LinxIpc, HeldBackMessagesAreBoundedAndNoneIsLost) {
+// A selective receive holds back messages up to its bound and not one more: at the bound it
+// stops reading and returns kTimeout at once, with one line saying what it holds, although
+// what it waits for is next in the queue; one message short of the bound it reads on and gets
+// it. Either way the loop then takes every message in the order sent. Both bounds: the count,
+// and the bytes (held records must leave room for one more of the largest size). Messages taken
+// out of the middle leave holes that are closed up when the buffer's end is reached.
+TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
+    // A held record: a 16-byte header, the sender's name and the payload, rounded up to 8.
+    auto record = [](std::size_t name, std::size_t payload) {
+        return (16 + name + payload + 7) / 8 * 8;
+    };
+    const std::string kSender = "Flood";
+    // The largest record a filler's payload fills without padding.
+    const std::size_t kMaxRecord = (16 + kSender.size() + IpcMessage::kMaxPayload) / 8 * 8;
+    // Payload sizes of fillers whose records add up to exactly the held bytes the bound allows.
+    std::vector<std::size_t> fullBytes;
+    for (std::size_t left =
+             hostipc::Backlog::kBytes - record(hostipc::kMaxNameLength, IpcMessage::kMaxPayload);
+         left > 0;) {
+        std::size_t next = std::min(left, kMaxRecord);
+        next -= left - next > 0 && left - next < 24 ? 24 : 0;  // no record is that short
+        fullBytes.push_back(next - 16 - kSender.size());
+        left -= next;
+    }
+    std::vector<std::size_t> pastBytes = fullBytes;
+    pastBytes.push_back(0);
+    const std::size_t kCount = hostipc::Backlog::kMaxMessages;
+    auto held = [&](const std::vector<std::size_t>& payloads) {
+        std::size_t bytes = 0;
+        for (std::size_t payload : payloads) {
+            bytes += record(kSender.size(), payload);
+        }
+        return "holds back " + std::to_string(payloads.size()) + " messages (" +
+               std::to_string(bytes) + " bytes)";
+    };
+    const struct {
+        const char* what;
+        std::vector<std::size_t> fillers;  // payload sizes, sent before the awaited message
+        bool reached;
+        std::vector<unsigned int> takes;  // fillers' types taken by selective receives first
+    } cases[] = {
+        {"count bound", std::vector<std::size_t>(kCount - 1, 0), true, {}},
+        {"one past the count bound", std::vector<std::size_t>(kCount, 0), false, {}},
+        {"byte bound", fullBytes, true, {}},
+        {"one past the byte bound", pastBytes, false, {}},
+        {"holes closed up",
+         std::vector<std::size_t>(9, kMaxRecord - 16 - kSender.size()),
+         true,
+         {1003, 1001, 1000}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        TestEnv env;
+        LinxIpc main("Main");
+        LinxIpc flood(kSender);
+        ASSERT_EQ(0, main.Init());
+        ASSERT_EQ(0, flood.Init());
+        // Fillers of types 1000, 1001, ...; then the awaited type 99. A send that found the
+        // queue full for a second (a slow emulator) is tried again.
+        std::thread sender([&] {
+            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+            for (std::size_t i = 0;
+                 i <= c.fillers.size() && std::chrono::steady_clock::now() < end;) {
+                const bool last = i == c.fillers.size();
+                const unsigned int type = last ? 99 : 1000 + static_cast<unsigned int>(i);
+                i += Send(flood, "Main", type, std::string(last ? 0 : c.fillers[i], 'f')) ? 1 : 0;
+            }
+        });
+        IpcMessage got;
+        std::vector<unsigned int> order;
+        for (unsigned int type : c.takes) {
+            EXPECT_EQ(0, main.Receive(20000, type, kAny, &got));
+            order.push_back(got.MsgType());
+        }
+        testing::internal::CaptureStderr();
+        const int result = main.Receive(20000, 99, kAny, &got);
+        const std::string said = testing::internal::GetCapturedStderr();
+        if (result == 0) {
+            order.push_back(got.MsgType());
+        }
+        while (order.size() <= c.fillers.size() && main.Receive(5000, 0, kAny, &got) == 0) {
+            order.push_back(got.MsgType());
+        }
+        sender.join();
+        EXPECT_EQ(c.reached ? 0 : LinxIpc::kTimeout, result);
+        EXPECT_EQ(c.reached ? "" : "LinxIpc: Main " + held(c.fillers),
+                  said.substr(0, said.find(" while")));
+        std::vector<unsigned int> sent = c.takes;
+        sent.insert(sent.end(), c.reached ? 1 : 0, 99);
+        for (unsigned int i = 0; i < c.fillers.size(); ++i) {
+            if (std::find(c.takes.begin(), c.takes.end(), 1000 + i) == c.takes.end()) {
+                sent.push_back(1000 + i);
+            }
+        }
+        sent.insert(sent.end(), c.reached ? 0 : 1, 99);
+        EXPECT_EQ(sent, order);
+    }
+}
+
+// A peer that stops reading its queue costs a sender one wait, then sends to it fail at once;
+// once it reads again, they work again. Each turn is told once.
+TEST(LinxIpc, APeerThatStopsReadingIsToldOnceAndTakenBackWhenItReads) {
     TestEnv env;
     LinxIpc main("Main");
-    LinxIpc flood("Flood");
+    LinxIpc sink("Sink");
     ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, flood.Init());
-    const int kMessages = 3000;
-    std::atomic<int> sent{0};
-    // A send that found the queue full for a second (a slow emulator) is tried again.
-    std::thread sender([&] {
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (sent < kMessages && std::chrono::steady_clock::now() < end) {
-            sent += Send(flood, "Main", 20, std::to_string(sent.load())) ? 1 : 0;
-        }
-    });
+    ASSERT_EQ(0, sink.Init());
+    testing::internal::CaptureStderr();
+    int queued = 0;
+    while (queued < 100000 && Send(main, "Sink", 7)) {
+        ++queued;
+    }
+    EXPECT_FALSE(Send(main, "Sink", 7));
     IpcMessage got;
-    EXPECT_EQ(LinxIpc::kTimeout, main.Receive(20000, 99, kAny, &got));
-    EXPECT_LT(sent.load(), kMessages);
-    std::vector<std::string> log;
-    main.RegisterHandler(20, Record, &log);
-    while (log.size() < kMessages && main.Receive(5000, 0, kAny, nullptr) == 0) {
+    for (int i = 0; i < queued; ++i) {
+        ASSERT_EQ(0, sink.Receive(1000, 7, kAny, &got));
     }
-    sender.join();
-    ASSERT_EQ(static_cast<std::size_t>(kMessages), log.size());
-    for (int i = 0; i < kMessages; ++i) {
-        ASSERT_EQ("20:" + std::to_string(i), log[i]);
-    }
+    EXPECT_TRUE(Send(main, "Sink", 8));
+    EXPECT_TRUE(Send(main, "Sink", 8));
+    EXPECT_EQ(
+        "LinxIpc: Main: Sink does not read its queue; sends to it fail at once until it does\n"
+        "LinxIpc: Main: Sink reads its queue again\n",
+        testing::internal::GetCapturedStderr());
 }
 
 namespace {

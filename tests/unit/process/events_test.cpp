@@ -414,13 +414,20 @@ TEST_F(Events, MetadataToFileAndTheLastSystemTick) {
     h.manager->ReportRecordingEvent(false, 1700, true);
     // The next loop pass comes within the same second: no sync is due, yet a copy asked for
     // now must hold everything reported before it.
+    const std::string segment = h.env.MetadataPath() + ".000001.mdj";
+    const unsigned int syncs = hostseam::DataSyncsOf(segment).count;
     h.env.WriteFile("tick", "1100");
     h.manager->PeriodicProcessing();
+    EXPECT_EQ(syncs, hostseam::DataSyncsOf(segment).count);
 
     // The range [1550, 1650] (bytes 1024 and 1028): the state as of 1550, then the bookmark
     // (stored at 1000, the tick of the last pass).
     const std::string copy = h.env.Media() + "/export/copy.md";
     EXPECT_EQ(1, Copy("copy.md", 1550, 1650));
+    // On disk, all of it, before the answer.
+    EXPECT_EQ(1u, hostseam::DataSyncsOf(copy).count);
+    EXPECT_EQ(static_cast<long long>(ReadFileText(copy).size()),
+              hostseam::DataSyncsOf(copy).bytesAtLast);
     std::string error;
     const std::vector<StoreRecord> copied = ReadStoreRecords(copy, h.env.Root(), {}, &error);
     ASSERT_EQ("", error);
@@ -432,6 +439,13 @@ TEST_F(Events, MetadataToFileAndTheLastSystemTick) {
     const std::string longName = h.env.Path(std::string(1100, 'x'));
     EXPECT_EQ(0, Copy(longName, 0, 0xFFFFFFFFu));
     EXPECT_NE(0, ::access(longName.substr(0, 1024).c_str(), F_OK));
+
+    // A second after the last sync the pass puts the segment on disk, all of it.
+    h.env.WriteFile("tick", "2100");
+    h.manager->PeriodicProcessing();
+    EXPECT_EQ(syncs + 1, hostseam::DataSyncsOf(segment).count);
+    EXPECT_EQ(static_cast<long long>(ReadFileText(segment).size()),
+              hostseam::DataSyncsOf(segment).bytesAtLast);
 
     // The last tick with its validity: 0 is a valid tick; none read is 0xFFFFFFFF, invalid.
     // {tick file ("" = no tick available), tick, validity}

@@ -57,6 +57,13 @@ public:
         const auto found = served_.find(process);
         return found == served_.end() ? nullptr : &found->second->server;
     }
+    // Handles, on this thread, whatever has reached the servers' endpoints (while stopped).
+    void Drain() {
+        for (auto& served : served_) {
+            while (served.second->ipc.Receive(20, 0, LinxIpc::emptyString, nullptr) == 0) {
+            }
+        }
+    }
     // The stream manager's answer to the recording-in-progress request ("" = none).
     void SetRecording(const std::string& reid) { recording_ = reid; }
 

@@ -26,6 +26,14 @@ TEST(SubsStartup, EveryServerSubscribedInOrderWithInitialValuesAndFullStateLast)
     EXPECT_TRUE(watchdog.subscribed);
     EXPECT_EQ(45u, watchdog.timeoutSeconds);
 
+    // Closing (Cleanup) takes back every subscription from its server, and the watchdog's.
+    const std::vector<StoreRecord> records = rig.h.Records();
+    rig.farm.Drain();
+    for (const Vehicle::Row& row : rig.vehicle.rows) {
+        EXPECT_EQ(0u, rig.farm.Find(row.process)->SubscriberCount(row.itemId)) << row.notifyId;
+    }
+    EXPECT_FALSE(WatchdogRegistered());
+
     // The configuration with the flag false, then the start-up records (64), every input once
     // with the server's levels though none was marked, GPS and radar with their speeds, the
     // microphone, cameras and stream quality, the crash state (always an event), temperatures,
@@ -43,7 +51,7 @@ TEST(SubsStartup, EveryServerSubscribedInOrderWithInitialValuesAndFullStateLast)
         "Temp false 0, Temp false 0, Temp false 0, Temp false 0, StateData 70 false 0, "
         "WriteFullState call, ShutdownData",
         Joined(
-            Brief(rig.h.Records(), {},
+            Brief(records, {},
                   {"item.vehicleId", "tag", "mic", "source", "speed", "flag", "tick", "cause"})));
 }
 

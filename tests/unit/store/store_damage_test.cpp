@@ -122,6 +122,24 @@ TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
     const ProgramResult info = RunProgram({mdstore, "info", big.base}, {}, big.env.Root());
     EXPECT_EQ(0, info.exitCode);
     EXPECT_NE(std::string::npos, info.out.find("damage: 1 places")) << info.out;
+    // verify names each kind of damage where it lies; a segment without its header is no
+    // segment of the store (its files are told apart by it) and is named, not judged.
+    const struct {
+        std::string bytes;  // the segment's new contents
+        int exit;
+        std::string says;
+    } damages[] = {
+        {whole.substr(0, whole.size() - 3), 2, "torn or damaged end at offset"},
+        {std::string(1, static_cast<char>(whole[0] ^ 1)) + whole.substr(1), 0,
+         "foreign file " + segment + ": no segment header of this format"},
+    };
+    for (const auto& d : damages) {
+        WriteBytes(segment, d.bytes);
+        const ProgramResult verify = RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root());
+        EXPECT_EQ(d.exit, verify.exitCode) << verify.out;
+        EXPECT_NE(std::string::npos, verify.out.find(d.says)) << verify.out;
+    }
+
     // cat still prints every good record (and names the damage on standard error).
     std::string error;
     EXPECT_EQ(after.records.size(), ReadStoreRecords(big.base, big.env.Root(), {}, &error).size());

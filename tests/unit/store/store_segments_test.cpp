@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "DataStore.h"
+#include "DataStoreJournal.h"
 #include "PendingWrites.h"
 #include "RangeCopy.h"
 #include "SegmentFiles.h"
@@ -254,4 +255,30 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
     EXPECT_EQ(0, verify.exitCode) << verify.out;
     EXPECT_NE(std::string::npos, verify.out.find("foreign file " + planted)) << verify.out;
     EXPECT_NE(std::string::npos, verify.out.find("OK: 12 records in 3 segments")) << verify.out;
+}
+
+// The size bound from the environment: a number in any base, at least 128 KiB; anything else
+// is ignored with one line and the default holds.
+TEST(StoreSegments, SizeBoundFromTheEnvironment) {
+    const struct {
+        const char* value;
+        std::size_t maxBytes;
+        const char* says;
+    } cases[] = {
+        {"0x200000", 2u << 20, ""},
+        {"1000", 128u << 10, ""},
+        {"", DataStoreJournal::kDefaultMaxBytes, ""},
+        {"12k", DataStoreJournal::kDefaultMaxBytes, "ignoring METADATA_STORE_MAX_BYTES=12k\n"},
+        {"-5", DataStoreJournal::kDefaultMaxBytes, "ignoring METADATA_STORE_MAX_BYTES=-5\n"},
+    };
+    for (const auto& c : cases) {
+        ::setenv("METADATA_STORE_MAX_BYTES", c.value, 1);
+        testing::internal::CaptureStderr();
+        const DataStoreJournal journal("unused");
+        EXPECT_EQ(std::string(*c.says == '\0' ? "" : "DataStore: ") + c.says,
+                  testing::internal::GetCapturedStderr());
+        EXPECT_EQ(c.maxBytes, journal.MaxBytes()) << c.value;
+        EXPECT_EQ(std::max<std::size_t>(c.maxBytes / 8, 64u << 10), journal.SegmentBytes());
+    }
+    ::unsetenv("METADATA_STORE_MAX_BYTES");
 }
