@@ -105,11 +105,11 @@ bool Options::Keeps(const mdj::RecordView& record, const long long* utcMs) const
     return true;
 }
 
-int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount, const char* usage,
-                 Options& options, std::size_t optionalPaths) {
-    const char* verb = argv[0];
-    std::vector<option> longOptions;
-    std::string shortOptions = ":h";
+namespace {
+
+// The getopt tables for the option groups a verb allows.
+void BuildTables(unsigned allowed, std::vector<option>& longOptions, std::string& shortOptions) {
+    shortOptions = ":h";
     for (const Allowed& entry : kAll) {
         if (entry.set == 0 || (entry.set & allowed) != 0) {
             longOptions.push_back(entry.entry);
@@ -120,97 +120,118 @@ int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount,
         }
     }
     longOptions.push_back(option{nullptr, 0, nullptr, 0});
+}
+
+// --since and --until: a tick narrows the tick range, a time the UTC range.
+std::string TakeMoment(int code, const std::string& given, const char* value, Options& options) {
+    std::uint32_t tick = 0;
+    bool isTick = false;
+    long long utc = 0;
+    if (!ParseMoment(value, tick, isTick, utc)) {
+        return given + " needs a UTC time (2026-11-23T17:45:01.250Z) or a tick";
+    }
+    if (isTick) {
+        (code == kSince ? options.from : options.to) = tick;
+    } else if (code == kSince) {
+        options.haveSince = true;
+        options.since = utc;
+    } else {
+        options.haveUntil = true;
+        options.until = utc;
+    }
+    return "";
+}
+
+std::string TakeCount(const char* value, Options& options) {
+    char* end = nullptr;
+    errno = 0;
+    const long long count = std::strtoll(value, &end, 10);
+    if (errno != 0 || *end != '\0' || count < 0 || value[0] == '\0') {
+        return "-n needs a number of records";
+    }
+    options.last = count;
+    return "";
+}
+
+std::string TakeFollow(const char* value, Options& options) {
+    options.follow = true;
+    if (value != nullptr) {
+        char* end = nullptr;
+        options.followSeconds = std::strtod(value, &end);
+        if (*end != '\0' || !(options.followSeconds > 0)) {
+            return "--follow=SECONDS needs a positive number";
+        }
+    }
+    return "";
+}
+
+// One option getopt found (`given` as written, `value` its argument): what is wrong with it,
+// "" when nothing.
+std::string TakeOption(int code, const std::string& given, const char* value, Options& options) {
+    switch (code) {
+        case kJson:
+            options.json = true;
+            return "";
+        case kFrom:
+        case kTo:
+            return ParseTick(value, code == kFrom ? options.from : options.to)
+                       ? ""
+                       : given + " needs a tick (0 to 4294967295)";
+        case kSince:
+        case kUntil:
+            return TakeMoment(code, given, value, options);
+        case kKind: {
+            const std::uint8_t op = mdj::OpByName(value);
+            options.kinds[op] = op != 0;
+            options.anyKind = true;
+            return op != 0 ? ""
+                           : std::string("no record kind ") + value +
+                                 " (names as cat prints them: ReportGps, ...)";
+        }
+        case 'n':
+            return TakeCount(value, options);
+        case kFollow:
+            return TakeFollow(value, options);
+        case kFormat:
+        case kCompression:
+        case kDraws:
+            return TakeChoice(code, value, options);
+        case 'o':
+            options.output = value;
+            return "";
+        case kKey:
+            options.key = value;
+            return "";
+        case kPubkey:
+            options.pubkey = value;
+            return "";
+        case ':':
+            return given + " needs a value";
+        default:
+            return "unknown option " + given;
+    }
+}
+
+}  // namespace
+
+int ParseOptions(int argc, char** argv, unsigned allowed, std::size_t pathCount, const char* usage,
+                 Options& options, std::size_t optionalPaths) {
+    const char* verb = argv[0];
+    std::vector<option> longOptions;
+    std::string shortOptions;
+    BuildTables(allowed, longOptions, shortOptions);
     optind = 0;  // a fresh scan (GNU): options may follow the paths
     opterr = 0;
     int code;
     while ((code = getopt_long(argc, argv, shortOptions.c_str(), longOptions.data(), nullptr)) !=
            -1) {
-        const std::string given = argv[optind - 1];
-        std::uint32_t tick = 0;
-        bool isTick = false;
-        long long utc = 0;
-        switch (code) {
-            case 'h':
-                std::fputs(usage, stdout);
-                return 0;
-            case kJson:
-                options.json = true;
-                break;
-            case kFrom:
-            case kTo:
-                if (!ParseTick(optarg, code == kFrom ? options.from : options.to)) {
-                    return UsageError(verb, given + " needs a tick (0 to 4294967295)");
-                }
-                break;
-            case kSince:
-            case kUntil:
-                if (!ParseMoment(optarg, tick, isTick, utc)) {
-                    return UsageError(verb, given +
-                                                " needs a UTC time (2026-11-23T17:45:01.250Z) "
-                                                "or a tick");
-                }
-                if (isTick) {
-                    (code == kSince ? options.from : options.to) = tick;
-                } else if (code == kSince) {
-                    options.haveSince = true;
-                    options.since = utc;
-                } else {
-                    options.haveUntil = true;
-                    options.until = utc;
-                }
-                break;
-            case kKind: {
-                const std::uint8_t op = mdj::OpByName(optarg);
-                if (op == 0) {
-                    return UsageError(verb, std::string("no record kind ") + optarg +
-                                                " (names as cat prints them: ReportGps, ...)");
-                }
-                options.kinds[op] = true;
-                options.anyKind = true;
-                break;
-            }
-            case 'n': {
-                char* end = nullptr;
-                errno = 0;
-                const long long count = std::strtoll(optarg, &end, 10);
-                if (errno != 0 || *end != '\0' || count < 0 || optarg[0] == '\0') {
-                    return UsageError(verb, "-n needs a number of records");
-                }
-                options.last = count;
-                break;
-            }
-            case kFollow:
-                options.follow = true;
-                if (optarg != nullptr) {
-                    char* end = nullptr;
-                    options.followSeconds = std::strtod(optarg, &end);
-                    if (*end != '\0' || !(options.followSeconds > 0)) {
-                        return UsageError(verb, "--follow=SECONDS needs a positive number");
-                    }
-                }
-                break;
-            case kFormat:
-            case kCompression:
-            case kDraws: {
-                const std::string problem = TakeChoice(code, optarg, options);
-                if (!problem.empty()) {
-                    return UsageError(verb, problem);
-                }
-                break;
-            }
-            case 'o':
-                options.output = optarg;
-                break;
-            case kKey:
-                options.key = optarg;
-                break;
-            case kPubkey:
-                options.pubkey = optarg;
-                break;
-            case ':':
-                return UsageError(verb, given + " needs a value");
-            default:
-                return UsageError(verb, "unknown option " + given);
+        if (code == 'h') {
+            std::fputs(usage, stdout);
+            return 0;
+        }
+        const std::string problem = TakeOption(code, argv[optind - 1], optarg, options);
+        if (!problem.empty()) {
+            return UsageError(verb, problem);
         }
     }
     for (int i = optind; i < argc; ++i) {
