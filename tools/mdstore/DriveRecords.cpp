@@ -106,8 +106,8 @@ bool DriveReader::Next(DriveRecord& record) {
             data_.shrink_to_fit();
             return false;
         }
-        if (mdj::ReadWholeFile(files_.segments[segment_++].path, data_)) {
-            scanner_.reset(new mdj::SegmentScanner(data_.data(), data_.size()));
+        if (window_.Open(files_.segments[segment_++].path)) {
+            scanner_.reset(new mdj::SegmentScanner(window_));
         }
     }
 }
