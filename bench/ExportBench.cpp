@@ -10,7 +10,10 @@
 // it prints the median wall time as a ratio to cp's and the child's peak RSS (wait4's ru_maxrss)
 // beside cp's, then a verdict against the memory bound of every streaming verb: 32 MiB.
 //
-//   export_bench [HOURS [ROUNDS [MDSTORE]]]   (defaults 10, 3 and this build's mdstore)
+//   export_bench [HOURS [ROUNDS]]      (defaults 10 and 3)
+//
+// MDSTORE=PATH in the environment measures that mdstore instead of this build's (a build from
+// before a change, say).
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -167,7 +170,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "export_bench: the store could not be made\n");
         return 2;
     }
-    const std::string mdstore = argc > 3 ? argv[3] : ProgramPath("mdstore");
+    const char* other = std::getenv("MDSTORE");  // another build's, to compare
+    const std::string mdstore = other != nullptr && *other != '\0' ? other : ProgramPath("mdstore");
     const ProgramResult info = RunProgram({mdstore, "summary", base}, {}, env.Root());
     const std::size_t records = info.out.find("records:");
     std::printf("a drive of %.1f hours, %s", hours,
