@@ -20,7 +20,7 @@ enum class Problem {
     kDamage,           // bytes that are no record, with good records after them
     kTorn,             // bytes after the last good record of a segment
     kMalformed,        // a whole frame whose body does not decode as its type
-    kUnreadable,       // the file cannot be read
+    kUnreadable,       // the file cannot be read (from `offset` on, when it failed part way)
 };
 const char* ProblemName(Problem problem);
 
