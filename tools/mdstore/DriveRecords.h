@@ -27,12 +27,7 @@ struct DriveRecord {
     bool operator==(const DriveRecord& other) const { return op == other.op && body == other.body; }
 };
 
-// False (with `error` set) when `path` is no readable store. `runs` counts the process runs
-// the store holds (its start-up records).
-bool ReadDrive(const std::string& path, std::vector<DriveRecord>& records, int& runs,
-               std::string& error);
-
-// The same records one at a time, as they are asked for, read through a bounded window.
+// The records of a drive one at a time, as they are asked for, read through a bounded window.
 class DriveReader {
 public:
     // False when `path` is no readable store.
