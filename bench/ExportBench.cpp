@@ -4,12 +4,16 @@
 // radar state, reading and speed two seconds in three, the brake input every other second, the
 // four temperatures every five seconds, a bookmark every ten minutes: about 227k records for ten
 // hours), then runs
-// `mdstore export` in every format `mdstore export --help` names, `cat`, `cat --json` and
-// `traffic`, each ROUNDS times beside `cp` of the store's segments. For each it prints the
-// median wall time as a ratio to cp's and the child's peak RSS (wait4's ru_maxrss) beside cp's,
-// then a verdict against the memory bound of every streaming verb: 32 MiB.
+// `mdstore export` in every format `mdstore export --help` names, `cat`, `cat --json`,
+// `traffic`, `summary` and `verify`, each ROUNDS times beside `cp` of the store's segments, then
+// the same on a copy of the whole drive (`mdstore copy`: one file as long as the drive). For each
+// it prints the median wall time as a ratio to cp's and the child's peak RSS (wait4's ru_maxrss)
+// beside cp's, then a verdict against the memory bound of every streaming verb: 32 MiB.
 //
 //   export_bench [HOURS [ROUNDS]]      (defaults 10 and 3)
+//
+// MDSTORE=PATH in the environment measures that mdstore instead of this build's (a build from
+// before a change, say).
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -138,6 +142,24 @@ double Median(std::vector<double> values) {
     return values.empty() ? 0 : values[values.size() / 2];
 }
 
+// Every export, cat, cat --json, traffic, summary and verify of `source`, named with `suffix`.
+std::vector<std::pair<std::string, std::vector<std::string>>> Verbs(const std::string& mdstore,
+                                                                    const std::string& source,
+                                                                    const std::string& suffix,
+                                                                    TestEnv& env) {
+    std::vector<std::pair<std::string, std::vector<std::string>>> verbs;
+    for (const std::string& format : ExportFormats(mdstore)) {
+        verbs.push_back({"export " + format + suffix,
+                         {mdstore, "export", "--format", format, "-o", env.Path("out"), source}});
+    }
+    verbs.push_back({"cat" + suffix, {mdstore, "cat", source}});
+    verbs.push_back({"cat --json" + suffix, {mdstore, "cat", "--json", source}});
+    verbs.push_back({"traffic" + suffix, {mdstore, "traffic", source, env.Path("capture")}});
+    verbs.push_back({"summary" + suffix, {mdstore, "summary", source}});
+    verbs.push_back({"verify" + suffix, {mdstore, "verify", source}});
+    return verbs;
+}
+
 }  // namespace
 
 const char kUsage[] =
@@ -160,7 +182,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "export_bench: the store could not be made\n");
         return 2;
     }
-    const std::string mdstore = ProgramPath("mdstore");
+    const char* other = std::getenv("MDSTORE");  // another build's, to compare
+    const std::string mdstore = other != nullptr && *other != '\0' ? other : ProgramPath("mdstore");
     const ProgramResult info = RunProgram({mdstore, "summary", base}, {}, env.Root());
     const std::size_t records = info.out.find("records:");
     std::printf("a drive of %.1f hours, %s", hours,
@@ -175,16 +198,17 @@ int main(int argc, char** argv) {
     ::mkdir(copies.c_str(), 0700);
     cp.push_back(copies);
 
-    std::vector<std::pair<std::string, std::vector<std::string>>> verbs;
-    for (const std::string& format : ExportFormats(mdstore)) {
-        verbs.push_back({"export " + format,
-                         {mdstore, "export", "--format", format, "-o", env.Path("out"), base}});
+    // The whole drive copied into one file, as `mdstore copy` and an evidence package make it.
+    const std::string copy = env.Path("drive.mdj");
+    if (RunProgram({mdstore, "copy", base, copy}, {}, env.Root()).exitCode != 0) {
+        std::fprintf(stderr, "export_bench: the copy could not be made\n");
+        return 2;
     }
-    verbs.push_back({"cat", {mdstore, "cat", base}});
-    verbs.push_back({"cat --json", {mdstore, "cat", "--json", base}});
-    verbs.push_back({"traffic", {mdstore, "traffic", base, env.Path("capture")}});
-
-    std::printf("%-16s %10s %12s %12s   (median of %d rounds)\n", "", "time / cp", "peak RSS",
+    auto verbs = Verbs(mdstore, base, "", env);
+    for (const auto& verb : Verbs(mdstore, copy, " (copy)", env)) {
+        verbs.push_back(verb);
+    }
+    std::printf("%-23s %10s %12s %12s   (median of %d rounds)\n", "", "time / cp", "peak RSS",
                 "cp's RSS", rounds);
     bool within = true;
     for (const auto& verb : verbs) {
@@ -201,7 +225,7 @@ int main(int argc, char** argv) {
             cpRss = std::max(cpRss, anchor.rssMiB);
         }
         within = within && ok && rss <= kBoundMiB;
-        std::printf("%-16s %9.1fx %8.1f MiB %8.1f MiB%s\n", verb.first.c_str(), Median(ratios), rss,
+        std::printf("%-23s %9.1fx %8.1f MiB %8.1f MiB%s\n", verb.first.c_str(), Median(ratios), rss,
                     cpRss, ok ? "" : "   FAILED");
     }
     std::printf("verdict: %s (every verb within %.0f MiB peak RSS)\n", within ? "PASS" : "FAIL",

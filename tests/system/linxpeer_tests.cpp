@@ -484,16 +484,18 @@ TEST(Linxpeer, SimulatedDrivesReplayAsIdenticalThroughTheirDraws) {
     }
 }
 
-// Two stores alike but for one value differ in exactly that record.
+// Two stores alike but for one value differ in exactly that record; without it, in it alone.
 TEST(Linxpeer, DiffNamesTheOneRecordChanged) {
     TestEnv env;
-    for (const char* name : {"a", "b"}) {
+    for (const char* name : {"a", "b", "c"}) {  // c: the speed left out
         ::mkdir(env.Path(name).c_str(), 0770);
         DataStoreNormal store(env.Path(name) + "/metadata");
         ASSERT_TRUE(store.Open());
         store.TimerTick(100);
         store.ReportBookmark(101);
-        store.ReportSpeed(1, name[0] == 'a' ? 40 : 41, true, 102, e_Tag_None);
+        if (name[0] != 'c') {
+            store.ReportSpeed(1, name[0] == 'a' ? 40 : 41, true, 102, e_Tag_None);
+        }
         store.ReportBookmark(103);
         store.Close();
     }
@@ -506,4 +508,9 @@ TEST(Linxpeer, DiffNamesTheOneRecordChanged) {
         "  B record 4: 100 ReportSpeed source=1 speed=41 flag=1 tick=102 tag=0 sourceName=\"gps\"\n"
         "1 differences (A has 3 drive records, B 3)\n",
         diff.out);
+    EXPECT_EQ(
+        "only in A:\n"
+        "  A record 4: 100 ReportSpeed source=1 speed=40 flag=1 tick=102 tag=0 "
+        "sourceName=\"gps\"\n1 differences (A has 3 drive records, B 2)\n",
+        Mdstore(env, {"diff", env.Path("a/metadata"), env.Path("c/metadata")}).out);
 }

@@ -8,6 +8,7 @@
 #include "RecordPrinter.h"
 #include "RecordStream.h"
 #include "SegmentFiles.h"
+#include "SegmentWindow.h"
 #include "Verbs.h"
 
 namespace {
@@ -73,12 +74,12 @@ public:
                 static_cast<std::size_t>(info.st_size) == scanned_) {
                 continue;
             }
-            std::vector<unsigned char> data;
-            if (!mdj::ReadWholeFile(file.path, data)) {
+            mdj::SegmentWindow window(window_);
+            if (!window.Open(file.path)) {
                 continue;
             }
-            scanned_ = data.size();
-            mdj::SegmentScanner scanner(data.data(), data.size());
+            scanned_ = window.Size();
+            mdj::SegmentScanner scanner(window);
             for (mdj::SegmentScanner::Event event = scanner.Next();
                  event.kind != mdj::SegmentScanner::kEnd; event = scanner.Next()) {
                 const mdj::RecordView& record = event.record;
@@ -121,6 +122,7 @@ private:
     mdj::SegmentFile file_;
     std::size_t consumed_ = 0;  // end of the last record taken from file_
     std::size_t scanned_ = 0;   // bytes of file_ when it was last read
+    std::vector<unsigned char> window_;
     struct Held {
         std::uint8_t op;
         std::uint32_t stamp;

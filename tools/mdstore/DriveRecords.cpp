@@ -20,33 +20,6 @@ bool OfTheDrive(const mdj::RecordView& record) {
            mdj::GetBe32(record.body) != e_Tag_ProcessStarted;
 }
 
-class Collector : public mdj::JournalSink {
-public:
-    Collector(std::vector<DriveRecord>& records, int& runs) : records_(records), runs_(runs) {}
-
-    bool Record(const mdj::SegmentFile& /*file*/, const mdj::RecordView& record) override {
-        ++count_;
-        runs_ += record.op == mdj::kOpReportShutdownDataAtStartup ? 1 : 0;
-        if (!OfTheDrive(record)) {
-            return true;
-        }
-        DriveRecord kept;
-        kept.op = record.op;
-        kept.stamp = record.stamp;
-        kept.body.assign(record.body, record.body + record.size);
-        kept.number = count_;
-        records_.push_back(kept);
-        return true;
-    }
-    void Trouble(const mdj::SegmentFile& /*file*/, mdj::Problem /*problem*/, std::size_t /*offset*/,
-                 std::size_t /*length*/) override {}
-
-private:
-    std::vector<DriveRecord>& records_;
-    int& runs_;
-    std::size_t count_ = 0;
-};
-
 }  // namespace
 mdj::RecordView DriveRecord::View() const {
     mdj::RecordView view;
@@ -61,18 +34,6 @@ std::string DriveRecord::Text() const {
     std::string text;
     RecordText(View(), nullptr, text);
     return text;
-}
-
-bool ReadDrive(const std::string& path, std::vector<DriveRecord>& records, int& runs,
-               std::string& error) {
-    records.clear();
-    runs = 0;
-    Collector collector(records, runs);
-    if (!mdj::ReadJournal(path, collector)) {
-        error = "nothing readable at " + path;
-        return false;
-    }
-    return true;
 }
 
 bool DriveReader::Open(const std::string& path) {
@@ -106,8 +67,8 @@ bool DriveReader::Next(DriveRecord& record) {
             data_.shrink_to_fit();
             return false;
         }
-        if (mdj::ReadWholeFile(files_.segments[segment_++].path, data_)) {
-            scanner_.reset(new mdj::SegmentScanner(data_.data(), data_.size()));
+        if (window_.Open(files_.segments[segment_++].path)) {
+            scanner_.reset(new mdj::SegmentScanner(window_));
         }
     }
 }

@@ -12,6 +12,7 @@
 
 #include "JournalFormat.h"
 #include "JournalReader.h"
+#include "SegmentWindow.h"
 
 struct DriveRecord {
     std::uint8_t op = 0;
@@ -26,12 +27,7 @@ struct DriveRecord {
     bool operator==(const DriveRecord& other) const { return op == other.op && body == other.body; }
 };
 
-// False (with `error` set) when `path` is no readable store. `runs` counts the process runs
-// the store holds (its start-up records).
-bool ReadDrive(const std::string& path, std::vector<DriveRecord>& records, int& runs,
-               std::string& error);
-
-// The same records one at a time, as they are asked for: one segment in memory at a time.
+// The records of a drive one at a time, as they are asked for, read through a bounded window.
 class DriveReader {
 public:
     // False when `path` is no readable store.
@@ -45,6 +41,7 @@ private:
     mdj::JournalFiles files_;
     std::size_t segment_ = 0;
     std::vector<unsigned char> data_;
+    mdj::SegmentWindow window_{data_};
     std::unique_ptr<mdj::SegmentScanner> scanner_;
     std::size_t count_ = 0;
     int runs_ = 0;

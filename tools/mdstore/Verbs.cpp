@@ -184,6 +184,23 @@ bool TicksOfTimes(Options& options) {
     return true;
 }
 
+// The file at `path` onto standard output a block at a time: a copy is as long as its range.
+bool SendFile(const std::string& path) {
+    std::FILE* in = std::fopen(path.c_str(), "rb");
+    if (in == nullptr) {
+        return false;
+    }
+    char block[65536];
+    bool written = true;
+    for (std::size_t got = std::fread(block, 1, sizeof block, in); got > 0 && written;
+         got = std::fread(block, 1, sizeof block, in)) {
+        written = std::fwrite(block, 1, got, stdout) == got;
+    }
+    const bool read = std::ferror(in) == 0;
+    std::fclose(in);
+    return read && written;
+}
+
 // DEST "-": the copy goes through a private temporary file to standard output; what would be
 // said about it goes to standard error.
 int CopyToStdout(Options& options) {
@@ -203,15 +220,13 @@ int CopyToStdout(Options& options) {
     std::fflush(stdout);
     dup2(saved, STDOUT_FILENO);
     close(saved);
-    std::vector<unsigned char> data;
-    const bool read = status == 0 && mdj::ReadWholeFile(file, data);
+    const bool sent = status == 0 && SendFile(file);
     unlink(file.c_str());
     rmdir(dir.c_str());
-    if (!read) {
-        return status == 0 ? 2 : status;
+    if (status != 0) {
+        return status;
     }
-    const bool written = std::fwrite(data.data(), 1, data.size(), stdout) == data.size();
-    return written && std::fflush(stdout) == 0 ? 0 : 2;
+    return sent && std::fflush(stdout) == 0 ? 0 : 2;
 }
 
 }  // namespace

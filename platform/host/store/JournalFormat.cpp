@@ -2,11 +2,13 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
 #include "BigEndian.h"
 #include "Crc32c.h"
+#include "SegmentWindow.h"
 
 namespace mdj {
 
@@ -78,10 +80,10 @@ void PutFrameHeader(unsigned char (&out)[kFrameHeaderSize], std::uint8_t op, std
 }
 
 SegmentScanner::SegmentScanner(const unsigned char* data, std::size_t size)
-    : data_(data), size_(size), pos_(0), goodEnd_(0) {
+    : data_(data), size_(size), end_(size), pos_(0), goodEnd_(0) {
     headerOk_ = ParseSegmentHeader(data, size, header_);
     // A damaged header still leaves the records after it readable.
-    pos_ = size < kSegmentHeaderSize ? size : kSegmentHeaderSize;
+    pos_ = std::min(end_, kSegmentHeaderSize);
     goodEnd_ = headerOk_ ? kSegmentHeaderSize : 0;
 }
 
@@ -89,21 +91,44 @@ SegmentScanner::SegmentScanner(const unsigned char* data, std::size_t size, std:
     : data_(data),
       size_(size),
       base_(offset),
-      pos_(0),
-      goodEnd_(0),
+      end_(offset + size),
+      pos_(offset),
+      goodEnd_(offset),
       headerOk_(true),
       shortReported_(true) {}
 
-bool SegmentScanner::RecordAt(std::size_t pos, RecordView& view) const {
-    if (size_ - pos < kFrameHeaderSize) {
-        return false;
+SegmentScanner::SegmentScanner(SegmentWindow& window)
+    : data_(nullptr), size_(0), end_(window.Size()), window_(&window), pos_(0), goodEnd_(0) {
+    const unsigned char* header = Bytes(0, kSegmentHeaderSize);
+    headerOk_ = header != nullptr && ParseSegmentHeader(header, kSegmentHeaderSize, header_);
+    pos_ = std::min(end_, kSegmentHeaderSize);
+    goodEnd_ = headerOk_ ? kSegmentHeaderSize : 0;
+}
+
+// The bytes [pos, pos + count) of the segment, moving the window on when it must; null when the
+// segment ends before.
+const unsigned char* SegmentScanner::Bytes(std::size_t pos, std::size_t count) {
+    if (window_ != nullptr && pos + count > base_ + size_) {
+        window_->Hold(pos, count);
+        data_ = window_->Data();
+        base_ = window_->Start();
+        size_ = window_->Held();
+        end_ = window_->Size();
     }
-    const unsigned char* frame = data_ + pos;
-    if (GetBe16(frame) != kRecordMagic || frame[3] != 0) {
+    return pos >= base_ && pos + count <= base_ + size_ ? data_ + (pos - base_) : nullptr;
+}
+
+bool SegmentScanner::RecordAt(std::size_t pos, RecordView& view) {
+    const unsigned char* frame = Bytes(pos, kFrameHeaderSize);
+    if (frame == nullptr || GetBe16(frame) != kRecordMagic || frame[3] != 0) {
         return false;
     }
     const std::uint32_t length = GetBe32(frame + 4);
-    if (length > kMaxRecordBody || size_ - pos - kFrameHeaderSize < length) {
+    if (length > kMaxRecordBody) {
+        return false;
+    }
+    frame = Bytes(pos, kFrameHeaderSize + length);  // the window may have moved
+    if (frame == nullptr) {
         return false;
     }
     const unsigned char* body = frame + kFrameHeaderSize;
@@ -114,19 +139,19 @@ bool SegmentScanner::RecordAt(std::size_t pos, RecordView& view) const {
     view.stamp = GetBe32(frame + 8);
     view.body = body;
     view.size = length;
-    view.offset = base_ + pos;
+    view.offset = pos;
     return true;
 }
 
 SegmentScanner::Event SegmentScanner::Next() {
     Event event;
-    if (pos_ >= size_) {
-        if (size_ < kSegmentHeaderSize && !shortReported_) {
+    if (pos_ >= end_) {
+        if (end_ < kSegmentHeaderSize && !shortReported_) {
             // A file cut before its header was whole: report it once as torn.
             shortReported_ = true;
             event.kind = kTorn;
             event.offset = 0;
-            event.length = size_;
+            event.length = end_;
         }
         return event;
     }
@@ -136,20 +161,41 @@ SegmentScanner::Event SegmentScanner::Next() {
         goodEnd_ = pos_;
         return event;
     }
+    return Resynchronise();
+}
+
+// After bytes at pos_ that are no record: damage up to the next record that checks out, or a
+// torn end when none does.
+SegmentScanner::Event SegmentScanner::Resynchronise() {
+    Event event;
     RecordView next;
-    for (std::size_t p = pos_ + 1; p + kFrameHeaderSize <= size_; ++p) {
-        if (data_[p] == (kRecordMagic >> 8) && RecordAt(p, next)) {
+    std::size_t p = pos_ + 1;
+    for (const unsigned char* at = Bytes(p, kFrameHeaderSize); at != nullptr;
+         at = Bytes(p, kFrameHeaderSize)) {
+        // A record begins with the magic's first byte: look for one among the places whose
+        // frame header is held.
+        const std::size_t span = base_ + size_ - kFrameHeaderSize + 1 - p;
+        const void* magic = std::memchr(at, kRecordMagic >> 8, span);
+        if (magic == nullptr) {
+            p += span;
+            continue;
+        }
+        p += static_cast<std::size_t>(static_cast<const unsigned char*>(magic) - at);
+        if (RecordAt(p, next)) {
             event.kind = kDamage;
-            event.offset = base_ + pos_;
+            event.offset = pos_;
             event.length = p - pos_;
             pos_ = p;
             return event;
         }
+        ++p;
     }
-    event.kind = kTorn;
-    event.offset = base_ + pos_;
-    event.length = size_ - pos_;
-    pos_ = size_;
+    if (pos_ < end_) {  // (a file cut back while it is read may end before pos_)
+        event.kind = kTorn;
+        event.offset = pos_;
+        event.length = end_ - pos_;
+    }
+    pos_ = end_;
     return event;
 }
 

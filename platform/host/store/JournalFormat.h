@@ -49,7 +49,10 @@ struct RecordView {
     std::size_t frameSize() const { return kFrameHeaderSize + size; }
 };
 
-// Walks the records of one segment held in memory.
+class SegmentWindow;
+
+// Walks the records of one segment, held in memory or read through a window onto its file. The
+// events are the same either way; a record's bytes stay valid until the next call of Next().
 class SegmentScanner {
 public:
     enum Kind {
@@ -69,19 +72,26 @@ public:
     // Records only: `data` holds the bytes of a segment from `offset` on, which is where a
     // record begins; offsets are told as in the file.
     SegmentScanner(const unsigned char* data, std::size_t size, std::size_t offset);
+    // The file `window` has open, read as the scan goes.
+    explicit SegmentScanner(SegmentWindow& window);
     bool HeaderOk() const { return headerOk_; }
     std::uint32_t Segment() const { return header_.number; }
     const SegmentHeader& Header() const { return header_; }
     Event Next();
     // The end of the last good record (or of the header): where a torn tail is cut off.
-    std::size_t GoodEnd() const { return base_ + goodEnd_; }
+    std::size_t GoodEnd() const { return goodEnd_; }
 
 private:
-    bool RecordAt(std::size_t pos, RecordView& view) const;
+    const unsigned char* Bytes(std::size_t pos, std::size_t count);
+    bool RecordAt(std::size_t pos, RecordView& view);
+    Event Resynchronise();
 
+    // What is held: [base_, base_ + size_) of the file, at data_. Positions are the file's.
     const unsigned char* data_;
     std::size_t size_;
     std::size_t base_ = 0;
+    std::size_t end_;  // of the segment's bytes
+    SegmentWindow* window_ = nullptr;
     std::size_t pos_;
     std::size_t goodEnd_;
     SegmentHeader header_;

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "RecordSchema.h"
+#include "SegmentWindow.h"
 
 namespace mdj {
 
@@ -70,19 +71,25 @@ bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& 
 }
 
 bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
-                 JournalSink& sink) {
-    if (!ReadWholeFile(file.path, data)) {
+                 JournalSink& sink, std::size_t window) {
+    SegmentWindow bytes(data, window);
+    if (!bytes.Open(file.path)) {
         sink.Trouble(file, Problem::kUnreadable, 0, 0);
         return true;
     }
-    sink.BeginSegment(file, data.size());
-    SegmentScanner scanner(data.data(), data.size());
-    if (!scanner.HeaderOk() && data.size() >= kSegmentHeaderSize) {
+    sink.BeginSegment(file, bytes.Size());
+    SegmentScanner scanner(bytes);
+    if (!scanner.HeaderOk() && bytes.Size() >= kSegmentHeaderSize) {
         sink.Trouble(file, Problem::kBadHeader, 0, kSegmentHeaderSize);
     } else if (store && scanner.HeaderOk() && scanner.Segment() != file.number) {
         sink.Trouble(file, Problem::kWrongNumber, 0, kSegmentHeaderSize);
     }
-    return ScanRecords(file, scanner, sink);
+    const bool goOn = ScanRecords(file, scanner, sink);
+    if (goOn && bytes.Failed()) {
+        // Read up to where reading failed; the rest of the file is unreadable.
+        sink.Trouble(file, Problem::kUnreadable, bytes.Size(), 0);
+    }
+    return goOn;
 }
 
 bool ReadJournal(const std::string& path, JournalSink& sink) {

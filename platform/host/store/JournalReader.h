@@ -8,6 +8,7 @@
 
 #include "JournalFormat.h"
 #include "SegmentFiles.h"
+#include "SegmentWindow.h"
 #include "StoreScan.h"
 
 namespace mdj {
@@ -19,7 +20,7 @@ enum class Problem {
     kDamage,           // bytes that are no record, with good records after them
     kTorn,             // bytes after the last good record of a segment
     kMalformed,        // a whole frame whose body does not decode as its type
-    kUnreadable,       // the file cannot be read
+    kUnreadable,       // the file cannot be read (from `offset` on, when it failed part way)
 };
 const char* ProblemName(Problem problem);
 
@@ -52,10 +53,10 @@ bool ResolveJournal(const std::string& path, JournalFiles& files);
 // the sink asked to stop.
 bool ScanRecords(const SegmentFile& file, SegmentScanner& scanner, JournalSink& sink);
 
-// Reads one whole segment (`store`: it is one of a store's, so its number is checked) into
-// `data` and hands it on; false when the sink asked to stop.
+// Reads one segment (`store`: it is one of a store's, so its number is checked) through a
+// window of `window` bytes held in `data`, and hands it on; false when the sink asked to stop.
 bool ReadSegment(const SegmentFile& file, bool store, std::vector<unsigned char>& data,
-                 JournalSink& sink);
+                 JournalSink& sink, std::size_t window = SegmentWindow::kDefaultBytes);
 
 // False when `path` is neither a store with segments nor a readable file.
 bool ReadJournal(const std::string& path, JournalSink& sink);

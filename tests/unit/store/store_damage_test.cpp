@@ -145,3 +145,78 @@ TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
     EXPECT_EQ(after.records.size(), ReadStoreRecords(big.base, big.env.Root(), {}, &error).size());
     EXPECT_EQ("", error);
 }
+
+namespace {
+
+// Every record (its whole frame) and every trouble the reader tells, at its file offset.
+struct Told : mdj::JournalSink {
+    explicit Told(std::size_t stop) : stopAfter(stop) {}
+    std::size_t stopAfter;  // events told before a record that asks to stop
+    std::vector<std::string> events;
+    bool Record(const mdj::SegmentFile&, const mdj::RecordView& r) override {
+        events.push_back(std::to_string(r.offset) + ":" +
+                         std::string(r.body - mdj::kFrameHeaderSize, r.body + r.size));
+        return events.size() < stopAfter;
+    }
+    void Trouble(const mdj::SegmentFile&, mdj::Problem problem, std::size_t offset,
+                 std::size_t length) override {
+        events.push_back(std::string(mdj::ProblemName(problem)) + " at " + std::to_string(offset) +
+                         "+" + std::to_string(length));
+    }
+};
+
+// The file through windows of every size in `windows` tells what the whole file in memory does.
+void ExpectWindowsReadAsWhole(const std::string& bytes, std::vector<std::size_t> windows,
+                              const std::string& path, std::size_t stopAfter = SIZE_MAX) {
+    Told whole(stopAfter);
+    mdj::SegmentFile file;
+    mdj::SegmentScanner scanner(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    if (!scanner.HeaderOk() && bytes.size() >= mdj::kSegmentHeaderSize) {
+        whole.Trouble(file, mdj::Problem::kBadHeader, 0, mdj::kSegmentHeaderSize);
+    }
+    mdj::ScanRecords(file, scanner, whole);
+    WriteBytes(path, bytes);
+    file.path = path;
+    for (std::size_t window : windows) {
+        Told windowed(stopAfter);
+        std::vector<unsigned char> held;
+        mdj::ReadSegment(file, false, held, windowed, window);
+        const std::size_t same =
+            static_cast<std::size_t>(std::mismatch(whole.events.begin(), whole.events.end(),
+                                                   windowed.events.begin(), windowed.events.end())
+                                         .first -
+                                     whole.events.begin());
+        ASSERT_EQ(whole.events.size(), same) << "window " << window << " of " << bytes.size()
+                                             << " bytes: first differing event " << same;
+        ASSERT_EQ(whole.events.size(), windowed.events.size()) << "window " << window;
+        ASSERT_LE(held.size(), std::max(window, mdj::kFrameHeaderSize + mdj::kMaxRecordBody));
+    }
+}
+
+}  // namespace
+
+// A reader holds a window of the file, not the file; wherever the window's edges fall (in a
+// frame, in damage, at a torn end, at the file's end) it reads what the whole file held reads.
+TEST(StoreDamage, AReaderWindowReadsWhatTheWholeFileReads) {
+    StoreDir dir;
+    const std::string whole = ReadFileText(WriteSmallStore(dir, 12));
+    const std::string path = dir.env.Path("window.mdj");
+    const std::vector<std::size_t> windows = {1, 40, 64, 257};
+    // A magic with a long length in the garbage: the window must reach far ahead to refute it.
+    const std::string garbage("\xC3\x5A\x07\x00\x00\x10\x00\x00\xC3\x5A\x00\x00\xC3", 13);
+    for (std::size_t at = 0; at <= whole.size(); ++at) {
+        ExpectWindowsReadAsWhole(whole.substr(0, at), windows, path);
+        std::string damaged = whole;
+        damaged.replace(at, garbage.size(), garbage);
+        ExpectWindowsReadAsWhole(damaged, windows, path);
+        ExpectWindowsReadAsWhole(damaged, windows, path, at % 29);
+    }
+    // A file of several default windows, damaged across the first window's end and torn.
+    std::string big = whole;
+    while (big.size() < 3 * mdj::SegmentWindow::kDefaultBytes) {
+        big.append(whole, mdj::kSegmentHeaderSize, std::string::npos);
+    }
+    big.replace(mdj::SegmentWindow::kDefaultBytes - 6, garbage.size(), garbage);
+    big.resize(big.size() - 5);
+    ExpectWindowsReadAsWhole(big, {mdj::SegmentWindow::kDefaultBytes}, path);
+}
