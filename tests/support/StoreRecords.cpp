@@ -1,5 +1,7 @@
 #include "StoreRecords.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <sstream>
@@ -143,4 +145,16 @@ std::vector<StoreRecord> WithOp(const std::vector<StoreRecord>& records, const s
     std::copy_if(records.begin(), records.end(), std::back_inserter(matching),
                  [&](const StoreRecord& record) { return record.Op() == op; });
     return matching;
+}
+
+std::vector<std::pair<double, double>> GpxPoints(const std::string& xml, const std::string& tag) {
+    std::vector<std::pair<double, double>> points;
+    const std::string open = "<" + tag + " lat=\"";
+    for (std::size_t at = xml.find(open); at != std::string::npos; at = xml.find(open, at + 1)) {
+        char* end = nullptr;
+        const double latitude = std::strtod(xml.c_str() + at + open.size(), &end);
+        EXPECT_EQ(0u, std::string(end).find("\" lon=\""));
+        points.emplace_back(latitude, std::strtod(end + 7, nullptr));
+    }
+    return points;
 }

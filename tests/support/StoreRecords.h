@@ -4,6 +4,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 struct StoreRecord {
@@ -28,3 +29,6 @@ std::vector<StoreRecord> WithOp(const std::vector<StoreRecord>& records, const s
 
 // Parses one JSON object line into flattened fields; false on malformed input.
 bool ParseJsonObjectLine(const std::string& line, std::map<std::string, std::string>& fields);
+
+// lat/lon of every `<tag lat=".." lon="..">` in a GPX text.
+std::vector<std::pair<double, double>> GpxPoints(const std::string& xml, const std::string& tag);

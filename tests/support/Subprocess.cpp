@@ -135,3 +135,8 @@ ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector
     process.Start();
     return process.Wait(timeoutMs);
 }
+
+ProgramResult RunMdstore(std::vector<std::string> args, const std::string& workDir) {
+    args.insert(args.begin(), ProgramPath("mdstore"));
+    return RunProgram(args, {}, workDir);
+}

@@ -52,3 +52,5 @@ private:
 // Runs a program to its end.
 ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                          const std::string& workDir, int timeoutMs = 60000);
+// Runs this build's mdstore with `args` to its end.
+ProgramResult RunMdstore(std::vector<std::string> args, const std::string& workDir);

@@ -43,3 +43,11 @@ std::string ReadFileText(const std::string& path) {
     text << in.rdbuf();
     return text.str();
 }
+
+unsigned int Count(const std::string& text, const std::string& part, std::size_t from) {
+    unsigned int n = 0;
+    for (size_t at = text.find(part, from); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++n;
+    }
+    return n;
+}

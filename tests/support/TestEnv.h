@@ -1,6 +1,7 @@
 // A private IPC domain and media root for one test, so tests run in parallel and never meet.
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 class TestEnv {
@@ -32,3 +33,5 @@ private:
 
 // Whole contents of a file ("" when it cannot be read).
 std::string ReadFileText(const std::string& path);
+// How often `part` occurs in `text` from `from` on, overlaps included.
+unsigned int Count(const std::string& text, const std::string& part, std::size_t from = 0);

@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "Item.h"
+#include "ItemServer.h"
 #include "LinxIpc.h"
 #include "LinxServerNameList.h"
 #include "LogOrder.h"
@@ -45,35 +46,23 @@ const std::string& NameOf(e_Process process) {
     return LinxServerNameList::Instance().Name(process);
 }
 
-// Answers every subscribe request for the item ids first..last with a default ItemT.
-template <typename ItemT>
-class StubServer : public SubscribeServer {
-public:
-    StubServer(LinxIpc& ipc, unsigned int first, unsigned int last)
-        : SubscribeServer(ipc), first_(first), last_(last) {}
-    void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
-        const ItemT item;
-        if (itemId >= first_ && itemId <= last_ &&
-            reply.Allocate(msgType, item.Size(), nullptr) == 0) {
-            item.EncodeMsg(reply);
-        }
-    }
-
-private:
-    unsigned int first_, last_;
-};
-
 // Everything runs on the test's thread: Pump() receives and dispatches.
 class Vehicle {
 public:
     Vehicle()
         : stateMgr_(NameOf(e_Process_StateMgr)),
           externalMgr_(NameOf(e_Process_ExternalMgr)),
-          stateServer_(stateMgr_, StateMgrClient::kRecordStartItem,
-                       StateMgrClient::kExitCovertModeItem),
-          externalServer_(externalMgr_, 16, 21) {
+          stateServer_(stateMgr_),
+          externalServer_(externalMgr_) {
         stateMgr_.Init();
         externalMgr_.Init();
+        for (unsigned int item = StateMgrClient::kRecordStartItem;
+             item <= StateMgrClient::kExitCovertModeItem; ++item) {
+            stateServer_.Serve(item, tick_);
+        }
+        for (unsigned int item = 16; item <= 21; ++item) {
+            externalServer_.Serve(item, stream_);
+        }
         // Every message the state manager may get from the process under test.
         for (unsigned int type : {13232u, 13234u, 13239u, 13244u, 1874u, 13489u}) {
             stateMgr_.RegisterHandler(type, &Collect, this);
@@ -131,8 +120,10 @@ private:
 
     LinxIpc stateMgr_;
     LinxIpc externalMgr_;
-    StubServer<SystickItem> stateServer_;
-    StubServer<ExternalMgrApi::StreamingLvsStateItem> externalServer_;
+    SystickItem tick_;
+    ExternalMgrApi::StreamingLvsStateItem stream_;
+    ItemServer stateServer_;  // the state manager's events and the streams: default items
+    ItemServer externalServer_;
 };
 
 std::unique_ptr<Subprocess> StartManager(const TestEnv& env, std::vector<std::string> extraEnv = {},

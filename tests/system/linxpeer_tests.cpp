@@ -332,12 +332,6 @@ std::string Drive(const TestEnv& env, std::vector<std::string> args, const std::
     return played.out;
 }
 
-ProgramResult Mdstore(const TestEnv& env, const std::vector<std::string>& args) {
-    std::vector<std::string> argv = {ProgramPath("mdstore")};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return RunProgram(argv, {}, env.Root());
-}
-
 // The whole vehicle around the real metadata manager: handshake, every server subscribed and
 // sending every kind of notice, every request, a bookmark reaching a subscriber of the
 // manager's own item, GPS in the shared block, a restarted server subscribed again, quit.
@@ -397,7 +391,7 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
     EXPECT_THAT(played, HasSubstr("sent StreamMgr -> MetadataMgr 14101"));
 
     const ProgramResult traffic =
-        Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
+        RunMdstore({"traffic", env.MetadataPath(), env.Path("traffic")}, env.Root());
     EXPECT_EQ(0, traffic.exitCode) << traffic.err;
     EXPECT_THAT(traffic.err, Not(HasSubstr("records no traffic reproduces")));
     Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back", "tick");
@@ -405,8 +399,8 @@ TEST(Linxpeer, VehicleDriveReplaysAsIdentical) {
                       "fast", "clock"),
                 HasSubstr("synced Cli <- MetadataMgr"));
     for (const char* replayed : {"back", "fast"}) {
-        const ProgramResult diff =
-            Mdstore(env, {"diff", env.MetadataPath(), env.Path(replayed) + "/metadata/metadata"});
+        const ProgramResult diff = RunMdstore(
+            {"diff", env.MetadataPath(), env.Path(replayed) + "/metadata/metadata"}, env.Root());
         EXPECT_EQ("identical\n", diff.out) << replayed;
         EXPECT_EQ(0, diff.exitCode);
     }
@@ -454,14 +448,14 @@ TEST(Linxpeer, SimulatedDrivesReplayAsIdenticalThroughTheirDraws) {
               "drive.draws");
 
         const ProgramResult traffic =
-            Mdstore(env, {"traffic", env.MetadataPath(), env.Path("traffic")});
+            RunMdstore({"traffic", env.MetadataPath(), env.Path("traffic")}, env.Root());
         ASSERT_EQ(0, traffic.exitCode) << traffic.err;
         EXPECT_THAT(traffic.err, HasSubstr("simulated drive of"));
         const std::string log = env.Media() + "/metadata/draws.log";
         Drive(env, {"-t", "30000", "--speed", "max", "--replay", env.Path("traffic")}, "back",
               "tick", simulator, "media/metadata/draws.log");
-        const ProgramResult diff =
-            Mdstore(env, {"diff", env.MetadataPath(), env.Path("back/metadata/metadata")});
+        const ProgramResult diff = RunMdstore(
+            {"diff", env.MetadataPath(), env.Path("back/metadata/metadata")}, env.Root());
         EXPECT_EQ("identical\n", diff.out);
         const std::string logged = ReadFileText(log);
         EXPECT_EQ(logged, ReadFileText(env.Path("back/metadata/draws.log")));
@@ -469,13 +463,13 @@ TEST(Linxpeer, SimulatedDrivesReplayAsIdenticalThroughTheirDraws) {
         // Cut short in its last pass, then without the log.
         const std::string cut =
             env.WriteFile("cut.log", logged.substr(0, logged.rfind('\n', logged.size() - 2) + 1));
-        const ProgramResult refused =
-            Mdstore(env, {"traffic", "--draws", cut, env.MetadataPath(), env.Path("refused")});
+        const ProgramResult refused = RunMdstore(
+            {"traffic", "--draws", cut, env.MetadataPath(), env.Path("refused")}, env.Root());
         EXPECT_EQ(2, refused.exitCode);
         EXPECT_THAT(refused.err, HasSubstr("cut.log is cut short in its last pass (pass "));
         ASSERT_EQ(0, std::rename(log.c_str(), env.Path("kept.log").c_str()));
         const ProgramResult alone =
-            Mdstore(env, {"traffic", env.MetadataPath(), env.Path("alone")});
+            RunMdstore({"traffic", env.MetadataPath(), env.Path("alone")}, env.Root());
         EXPECT_EQ(0, alone.exitCode);
         EXPECT_THAT(alone.err, HasSubstr("no simulator draws log at " + log +
                                          ": the drive is turned into traffic alone; if "
@@ -500,7 +494,7 @@ TEST(Linxpeer, DiffNamesTheOneRecordChanged) {
         store.Close();
     }
     const ProgramResult diff =
-        Mdstore(env, {"diff", env.Path("a/metadata"), env.Path("b/metadata")});
+        RunMdstore({"diff", env.Path("a/metadata"), env.Path("b/metadata")}, env.Root());
     EXPECT_EQ(1, diff.exitCode);
     EXPECT_EQ(
         "records differ:\n"

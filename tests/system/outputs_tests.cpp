@@ -195,8 +195,7 @@ INSTANTIATE_TEST_SUITE_P(Every, MdstoreOutput, ::testing::ValuesIn(kOutputs),
 // identity text again, byte for byte.
 TEST_F(HostileStore, TrafficReplaysItsTextsIntoAFreshProcess) {
     const std::string capture = env_.Path("capture");
-    const ProgramResult traffic =
-        RunProgram({ProgramPath("mdstore"), "traffic", store_, capture}, {}, env_.Root());
+    const ProgramResult traffic = RunMdstore({"traffic", store_, capture}, env_.Root());
     ASSERT_EQ(0, traffic.exitCode) << traffic.err;
     const std::vector<std::string> environment = {"MEDIA_ROOT=" + env_.Path("back"),
                                                   "HOST_SYSTICK_FILE=" + env_.Path("tick")};
@@ -214,8 +213,7 @@ TEST_F(HostileStore, TrafficReplaysItsTextsIntoAFreshProcess) {
     EXPECT_EQ(0, manager.Wait(30000).exitCode) << manager.Err();
 
     const ProgramResult replayed =
-        RunProgram({ProgramPath("mdstore"), "cat", "--json", env_.Path("back/metadata/metadata")},
-                   {}, env_.Root());
+        RunMdstore({"cat", "--json", env_.Path("back/metadata/metadata")}, env_.Root());
     ASSERT_EQ(0, replayed.exitCode) << replayed.err;
     std::istringstream lines(texts_);
     std::string identity;  // what traffic carries: the configuration manager's items

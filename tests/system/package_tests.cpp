@@ -25,7 +25,7 @@ bool CanPackage(std::string& missing) {
             return false;
         }
     }
-    const ProgramResult version = RunProgram({ProgramPath("mdstore"), "--version"}, {}, "/tmp");
+    const ProgramResult version = RunMdstore({"--version"}, "/tmp");
     missing = "this build of mdstore has no packaging";
     return version.out.find("packaging: not") == std::string::npos;
 }
@@ -90,9 +90,8 @@ protected:
         RecordDrive(env_.MetadataPath());
         ASSERT_EQ(Mdstore({"keygen", "-o", env_.Path("a")}).exitCode, 0);
     }
-    ProgramResult Mdstore(std::vector<std::string> args) const {
-        args.insert(args.begin(), ProgramPath("mdstore"));
-        return RunProgram(args, {}, env_.Root());
+    ProgramResult Mdstore(const std::vector<std::string>& args) const {
+        return RunMdstore(args, env_.Root());
     }
     TestEnv env_;
 };

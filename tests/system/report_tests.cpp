@@ -11,18 +11,6 @@
 #include "Subprocess.h"
 #include "TestEnv.h"
 
-namespace {
-
-std::size_t Count(const std::string& text, const std::string& what) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++count;
-    }
-    return count;
-}
-
-}  // namespace
-
 TEST(Report, RendersInABrowserFromTheFileAlone) {
     // The browser runs natively beside the build under test (a shell, never the emulator).
     if (std::system("command -v chromium >/dev/null 2>&1") != 0) {
@@ -61,8 +49,7 @@ TEST(Report, RendersInABrowserFromTheFileAlone) {
         store.Close();
     }
     const std::string page = env.Path("drive.html");
-    const ProgramResult made = RunProgram(
-        {ProgramPath("mdstore"), "report", "-o", page, env.MetadataPath()}, {}, env.Root());
+    const ProgramResult made = RunMdstore({"report", "-o", page, env.MetadataPath()}, env.Root());
     ASSERT_EQ(made.exitCode, 0) << made.err;
 
     const std::string html = ReadFileText(page);

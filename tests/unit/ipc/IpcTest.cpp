@@ -23,6 +23,7 @@
 #include "HostSeams.h"
 #include "HostSync.h"
 #include "Item.h"
+#include "ItemServer.h"
 #include "LinxServerNameList.h"
 #include "StreamMgrApi.h"
 #include "Subscribe.h"
@@ -65,6 +66,11 @@ std::string WithGuard(const IpcMessage& message) {
 std::string Guarded(const std::string& payload) {
     return payload + std::string(IpcMessage::kGuardBytes, '\0');
 }
+
+// An endpoint of the test's domain, up from the start; an Init that fails fails the test.
+struct Endpoint : LinxIpc {
+    explicit Endpoint(const std::string& name) : LinxIpc(name) { EXPECT_EQ(0, Init()) << name; }
+};
 
 // Each handler call is logged as "<type>:<payload>".
 void Record(LinxIpc* ipc, void* context) {
@@ -194,8 +200,7 @@ TEST(IpcWire, HeaderIsBigEndianAndMalformedDatagramsAreDropped) {
     TestEnv env;
     RawSocket raw(env.Domain(), "Raw");
     ASSERT_TRUE(raw.Bound());
-    LinxIpc main("Main");
-    ASSERT_EQ(0, main.Init());
+    Endpoint main("Main");
     ASSERT_TRUE(Send(main, "Raw", 0x01020304u, "xyz"));
     EXPECT_EQ(Frame(kMagic, 0x01020304u, "Main", 4, "xyz", 3), raw.Receive());
     ASSERT_TRUE(Send(main, "Raw", 5));
@@ -243,13 +248,11 @@ TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
     EXPECT_EQ(LinxIpc::kError, never.Receive(0, 0, kAny, &message));
     EXPECT_NE(0, never.Notify("Never", message, true));
     {
-        LinxIpc first("Owner");
-        ASSERT_EQ(0, first.Init());
+        Endpoint first("Owner");
         EXPECT_NE(0, LinxIpc("Forged\nLine").Init());  // a name that could forge a log line
         // A refused endpoint, also once gone, leaves the name to the live one.
         EXPECT_NE(0, LinxIpc("Owner").Init());
-        LinxIpc other("Other");
-        ASSERT_EQ(0, other.Init());
+        Endpoint other("Other");
         ASSERT_TRUE(Send(other, "Owner", 1, "hi"));
         EXPECT_EQ(0, first.Receive(1000, 0, kAny, &message));
         EXPECT_EQ("Other", message.GetSender());
@@ -261,11 +264,9 @@ TEST(LinxIpc, EndpointNamesAreOwnedOneAtATime) {
 
     // A socket file left by a crashed process receives nothing and does not block the name.
     { RawSocket crashed(nested, "Stale"); }
-    LinxIpc sender("Sender");
-    ASSERT_EQ(0, sender.Init());
+    Endpoint sender("Sender");
     EXPECT_FALSE(Send(sender, "Stale", 1, "hi"));
-    LinxIpc stale("Stale");
-    EXPECT_EQ(0, stale.Init());
+    Endpoint stale("Stale");
     EXPECT_TRUE(Send(sender, "Stale", 1, "hi"));
     ::setenv("LINX_DOMAIN", env.Domain().c_str(), 1);
 }
@@ -293,12 +294,9 @@ void WaitInside(LinxIpc* ipc, void* context) {
 
 TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrderAlsoInsideHandlers) {
     TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc b("B");
-    LinxIpc c("C");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, b.Init());
-    ASSERT_EQ(0, c.Init());
+    Endpoint main("Main");
+    Endpoint b("B");
+    Endpoint c("C");
     const char* sent[] = {"b1-0", "b2-1", "b1-2", "b2-3"};
     for (int i = 0; i < 4; ++i) {
         ASSERT_TRUE(Send(b, "Main", i % 2 == 0 ? 1 : 2, sent[i]));
@@ -346,10 +344,8 @@ TEST(LinxIpc, SelectiveReceiveHoldsBackTheRestInArrivalOrderAlsoInsideHandlers) 
 // receives hold it back in order.
 TEST(LinxIpc, SyncIsAnsweredInItsTurnWithoutAPassOfItsOwn) {
     TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc q("Q");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, q.Init());
+    Endpoint main("Main");
+    Endpoint q("Q");
     std::vector<std::string> log;
     main.RegisterHandler(20, Record, &log);
     IpcMessage got;
@@ -389,13 +385,10 @@ TEST(LinxIpc, SyncIsAnsweredInItsTurnWithoutAPassOfItsOwn) {
 // filters and copies out apply to them as to any message.
 TEST(LinxIpc, NoticesInOrderAndOnlyFromTheStateManager) {
     TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc state("StateMgr");
-    LinxIpc other("Other");
+    Endpoint main("Main");
+    Endpoint state("StateMgr");
+    Endpoint other("Other");
     RawSocket raw(env.Domain(), "Raw");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, state.Init());
-    ASSERT_EQ(0, other.Init());
     ASSERT_TRUE(raw.Bound());
     std::vector<std::string> log;
     main.RegisterShutdown(Record, &log);
@@ -494,10 +487,8 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         TestEnv env;
-        LinxIpc main("Main");
-        LinxIpc flood(kSender);
-        ASSERT_EQ(0, main.Init());
-        ASSERT_EQ(0, flood.Init());
+        Endpoint main("Main");
+        Endpoint flood(kSender);
         // Fillers of types 1000, 1001, ...; then the awaited type 99. A send that found the
         // queue full for a second (a slow emulator) is tried again.
         std::thread sender([&] {
@@ -544,10 +535,8 @@ TEST(LinxIpc, HeldBackMessagesStopExactlyAtTheBoundAndNoneIsLost) {
 // once it reads again, they work again. Each turn is told once.
 TEST(LinxIpc, APeerThatStopsReadingIsToldOnceAndTakenBackWhenItReads) {
     TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc sink("Sink");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, sink.Init());
+    Endpoint main("Main");
+    Endpoint sink("Sink");
     testing::internal::CaptureStderr();
     int queued = 0;
     while (queued < 100000 && Send(main, "Sink", 7)) {
@@ -568,17 +557,6 @@ TEST(LinxIpc, APeerThatStopsReadingIsToldOnceAndTakenBackWhenItReads) {
 
 namespace {
 
-// Serves item 5 as a UShortItem of 1234; refuses the rest.
-class TestServer : public SubscribeServer {
-public:
-    using SubscribeServer::SubscribeServer;
-    void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
-        if (itemId == 5 && reply.Allocate(msgType, 0, nullptr) == 0) {
-            UShortItem(1234).EncodeMsg(reply);
-        }
-    }
-};
-
 void Count(LinxIpc*, void* count) {
     ++*static_cast<int*>(count);
 }
@@ -592,11 +570,11 @@ std::string UShort(unsigned short value) {
 
 TEST(SubscribeServer, RepliesReplacesDropsAndUnsubscribesByPair) {
     TestEnv env;
-    LinxIpc serverIpc("Server");
-    LinxIpc client("Client");
-    ASSERT_EQ(0, serverIpc.Init());
-    ASSERT_EQ(0, client.Init());
-    TestServer server(serverIpc);
+    Endpoint serverIpc("Server");
+    Endpoint client("Client");
+    ItemServer server(serverIpc);  // item 5 only
+    const UShortItem served(1234);
+    server.Serve(5, served);
     IpcMessage reply;
     // The client asks, the server dispatches; true when the client got a reply.
     // `failedAllocations` of the server's next allocations are refused.
@@ -632,8 +610,7 @@ TEST(SubscribeServer, RepliesReplacesDropsAndUnsubscribesByPair) {
 
     // A vanished subscriber is dropped on the next notice; unsubscribing names the pair.
     {
-        LinxIpc second("Second");
-        ASSERT_EQ(0, second.Init());
+        Endpoint second("Second");
         request(second, LinxIpc::kSubscribeRequest, Words({5, 800}));
         EXPECT_EQ(2u, server.SubscriberCount(5));
     }
@@ -649,10 +626,8 @@ TEST(SubscribeServer, RepliesReplacesDropsAndUnsubscribesByPair) {
 // they answer, and reads what the client sent.
 TEST(SubscribeClient, TimeOutLateAndShortAnswersAndUnsubscribe) {
     TestEnv env;
-    LinxIpc main("Main");
-    LinxIpc server("Server");
-    ASSERT_EQ(0, main.Init());
-    ASSERT_EQ(0, server.Init());
+    Endpoint main("Main");
+    Endpoint server("Server");
     SubscribeClient client(main, "Server", 100);
     UShortItem item;
     int notices = 0;
@@ -702,11 +677,9 @@ TEST(SubscribeClient, TimeOutLateAndShortAnswersAndUnsubscribe) {
 
 TEST(ServerApis, RecordingReidAndForcedHqStreaming) {
     TestEnv env;
-    LinxIpc main("Main");
-    ASSERT_EQ(0, main.Init());
+    Endpoint main("Main");
     EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 5000));  // no stream manager
-    LinxIpc stream("StreamMgr");
-    ASSERT_EQ(0, stream.Init());
+    Endpoint stream("StreamMgr");
     EXPECT_EQ("", StreamMgrApi::CurrentlyRecordingREID(main, 50));  // a silent one
     // The REID ends at its NUL, whatever follows.
     ASSERT_TRUE(Send(stream, "Main", StreamMgrApi::kCurrentlyRecordingResponse,

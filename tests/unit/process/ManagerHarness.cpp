@@ -148,11 +148,3 @@ unsigned int LogCapture::Lines(const std::string& text) const {
     }
     return count;
 }
-
-unsigned int Count(const std::string& text, const std::string& part) {
-    unsigned int n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-        ++n;
-    }
-    return n;
-}

@@ -102,5 +102,3 @@ private:
     int saved_;
     unsigned int level_;
 };
-
-unsigned int Count(const std::string& text, const std::string& part);

@@ -12,6 +12,7 @@
 #include "ConfigItems.h"
 #include "HalItems.h"
 #include "HostInspect.h"
+#include "ItemServer.h"
 #include "LinxServerNameList.h"
 #include "ManagerHarness.h"
 #include "MicItems.h"
@@ -20,23 +21,6 @@
 #include "StreamingLvsStateItem.h"
 #include "Subscribe.h"
 #include "VideoMgrItems.h"
-
-// Serves the items it was given and refuses any other.
-class ItemServer : public SubscribeServer {
-public:
-    explicit ItemServer(LinxIpc& ipc) : SubscribeServer(ipc) {}
-    void Serve(unsigned int itemId, const Item& item) { items_[itemId] = &item; }
-    void Refuse(unsigned int itemId) { items_.erase(itemId); }
-    void GetItem(unsigned int itemId, IpcMessage& reply, unsigned int msgType) override {
-        const auto found = items_.find(itemId);
-        if (found != items_.end() && reply.Allocate(msgType, found->second->Size(), nullptr) == 0) {
-            found->second->Encode(reply.DataPtr());
-        }
-    }
-
-private:
-    std::map<unsigned int, const Item*> items_;
-};
 
 class ServerFarm {
 public:

@@ -63,18 +63,6 @@ void WriteDrive(const std::string& base) {
     store.Close();
 }
 
-// lat, lon of every trkpt of a GPX text.
-std::vector<std::pair<double, double>> GpxPoints(const std::string& xml) {
-    std::vector<std::pair<double, double>> points;
-    for (std::size_t at = xml.find("<trkpt "); at != std::string::npos;
-         at = xml.find("<trkpt ", at + 1)) {
-        points.emplace_back();
-        std::sscanf(xml.c_str() + at, "<trkpt lat=\"%lf\" lon=\"%lf\"", &points.back().first,
-                    &points.back().second);
-    }
-    return points;
-}
-
 // The record's tick, as ranges see it: its own tick when real, else the store's.
 long long Tick(const StoreRecord& r) {
     const long long own = r.Int("tick");
@@ -152,7 +140,7 @@ TEST(McapExport, AnIndependentReaderFindsWhatCatAndGpxFindInEveryExport) {
         EXPECT_EQ(c.damaged, !exported.err.empty());
         argv = {ProgramPath("mdstore"), "export", "--format=gpx", store};
         argv.insert(argv.end(), filter.begin(), filter.end());
-        const auto points = GpxPoints(RunProgram(argv, {}, dir.env.Root()).out);
+        const auto points = GpxPoints(RunProgram(argv, {}, dir.env.Root()).out, "trkpt");
         const ProgramResult read =
             RunProgram({"node", MCAP_CHECK_SCRIPT, file}, {"NODE_PATH=" + reader}, dir.env.Root());
         ASSERT_EQ(0, read.exitCode) << read.out << read.err;

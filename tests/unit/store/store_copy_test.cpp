@@ -103,19 +103,18 @@ TEST(StoreCopy, ARangeCopyHoldsTheStateAtItsStartAndExactlyTheRecordsInside) {
 
     // The same through mdstore copy; the records are alike (each copy is a store of its own,
     // with its own identity) and it checks out.
-    const std::string mdstore = ProgramPath("mdstore");
     const std::string viaTool = dir.env.Path("tool.mdj");
-    const ProgramResult result = RunProgram(
-        {mdstore, "copy", dir.base, viaTool, "--from", "3000", "--to", "6000"}, {}, dir.env.Root());
+    const ProgramResult result =
+        RunMdstore({"copy", dir.base, viaTool, "--from", "3000", "--to", "6000"}, dir.env.Root());
     EXPECT_EQ(0, result.exitCode) << result.err;
     EXPECT_EQ(ReadFileText(copy).substr(mdj::kSegmentHeaderSize),
               ReadFileText(viaTool).substr(mdj::kSegmentHeaderSize));
-    EXPECT_EQ(0, RunProgram({mdstore, "verify", viaTool}, {}, dir.env.Root()).exitCode);
+    EXPECT_EQ(0, RunMdstore({"verify", viaTool}, dir.env.Root()).exitCode);
     // Only the bookmarks of the range, after the whole state.
     const std::string marks = dir.env.Path("marks.mdj");
-    ASSERT_EQ(0, RunProgram({mdstore, "copy", "--kind=ReportBookmark", "--from=3000", "--to=3200",
-                             dir.base, marks},
-                            {}, dir.env.Root())
+    ASSERT_EQ(0, RunMdstore(
+                     {"copy", "--kind=ReportBookmark", "--from=3000", "--to=3200", dir.base, marks},
+                     dir.env.Root())
                      .exitCode);
     std::string ops;
     for (const StoreRecord& record : ReadStoreRecords(marks, dir.env.Root())) {
@@ -203,11 +202,10 @@ TEST(StoreCopy, CopiesAreMadeOnlyAsNewFilesInsideTheExportDirectory) {
     EXPECT_FALSE(reader.ReadToNewFile(dir.base, "fresh.mdj", 5000, 4000, nullptr));
     EXPECT_FALSE(reader.ReadToNewFile(dir.env.Path("absent/metadata"), "fresh.mdj", 0, 1, nullptr));
     EXPECT_NE(0, ::access((exportDir + "/fresh.mdj").c_str(), F_OK));
-    const std::string mdstore = ProgramPath("mdstore");
-    EXPECT_EQ(2, RunProgram({mdstore, "copy", dir.base, existing}, {}, dir.env.Root()).exitCode);
-    EXPECT_EQ(1, RunProgram({mdstore, "copy", dir.base}, {}, dir.env.Root()).exitCode);
-    const ProgramResult usage = RunProgram(
-        {mdstore, "copy", dir.base, dir.env.Path("fresh.mdj"), "--from=x"}, {}, dir.env.Root());
+    EXPECT_EQ(2, RunMdstore({"copy", dir.base, existing}, dir.env.Root()).exitCode);
+    EXPECT_EQ(1, RunMdstore({"copy", dir.base}, dir.env.Root()).exitCode);
+    const ProgramResult usage =
+        RunMdstore({"copy", dir.base, dir.env.Path("fresh.mdj"), "--from=x"}, dir.env.Root());
     EXPECT_EQ(1, usage.exitCode);
     EXPECT_EQ(
         "mdstore: copy: --from=x needs a tick (0 to 4294967295) (mdstore copy --help for "

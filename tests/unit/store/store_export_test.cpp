@@ -25,19 +25,6 @@ const Fix kDrive[] = {
     {{33, 151}, {52, 12}, {0, 0}, {0, 1}, -33.866667, 151.2},
 };
 
-// lat/lon of every `<tag lat=".." lon="..">` in a GPX text.
-std::vector<std::pair<double, double>> GpxPoints(const std::string& xml, const std::string& tag) {
-    std::vector<std::pair<double, double>> points;
-    const std::string open = "<" + tag + " lat=\"";
-    for (std::size_t at = xml.find(open); at != std::string::npos; at = xml.find(open, at + 1)) {
-        char* end = nullptr;
-        const double latitude = std::strtod(xml.c_str() + at + open.size(), &end);
-        EXPECT_EQ(0, std::string(end).find("\" lon=\""));
-        points.emplace_back(latitude, std::strtod(end + 7, nullptr));
-    }
-    return points;
-}
-
 // The numbers of every `<open>a b</close>` (or "a,b") in `xml`, from `from` on.
 std::vector<std::pair<double, double>> KmlPairs(const std::string& xml, const std::string& open,
                                                 std::size_t from = 0) {
@@ -49,15 +36,6 @@ std::vector<std::pair<double, double>> KmlPairs(const std::string& xml, const st
         pairs.emplace_back(std::strtod(end + 1, nullptr), longitude);
     }
     return pairs;
-}
-
-std::size_t Count(const std::string& text, const std::string& what, std::size_t from = 0) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(what, from); at != std::string::npos;
-         at = text.find(what, at + 1)) {
-        ++count;
-    }
-    return count;
 }
 
 }  // namespace
@@ -87,14 +65,13 @@ TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
 
     const std::string gpxPath = dir.env.Path("drive.gpx");
     const ProgramResult gpx =
-        RunProgram({ProgramPath("mdstore"), "export", "--format=gpx", "-o", gpxPath, dir.base}, {},
-                   dir.env.Root());
+        RunMdstore({"export", "--format=gpx", "-o", gpxPath, dir.base}, dir.env.Root());
     ASSERT_EQ(0, gpx.exitCode) << gpx.err;
     const std::string xml = ReadFileText(gpxPath);
     const auto track = GpxPoints(xml, "trkpt");
     ASSERT_EQ(std::size(kDrive), track.size()) << xml;
-    const ProgramResult geo = RunProgram(
-        {ProgramPath("mdstore"), "export", "--format", "geojson", dir.base}, {}, dir.env.Root());
+    const ProgramResult geo =
+        RunMdstore({"export", "--format", "geojson", dir.base}, dir.env.Root());
     ASSERT_EQ(0, geo.exitCode) << geo.err;
     std::map<std::string, std::string> json;
     ASSERT_TRUE(ParseJsonObjectLine(geo.out.substr(0, geo.out.find('\n')), json)) << geo.out;
@@ -121,14 +98,12 @@ TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     // KML of a copy whose name is markup, a control byte and no UTF-8 (the document's name):
     // the GPX points as a gx:Track, a when for each coord, the bookmark where the waypoint is.
     const std::string hostile = dir.env.Path("a<b&\"c\x01\xff.mdj");
-    ASSERT_EQ(0, RunProgram({ProgramPath("mdstore"), "copy", dir.base, hostile}, {}, dir.env.Root())
-                     .exitCode);
+    ASSERT_EQ(0, RunMdstore({"copy", dir.base, hostile}, dir.env.Root()).exitCode);
     const bool xmllint = std::system("command -v xmllint >/dev/null 2>&1") == 0;
     for (const char* format : {"kml", "gpx"}) {
         const std::string path = dir.env.Path(std::string("drive.") + format);
         const ProgramResult result =
-            RunProgram({ProgramPath("mdstore"), "export", "--format", format, "-o", path, hostile},
-                       {}, dir.env.Root());
+            RunMdstore({"export", "--format", format, "-o", path, hostile}, dir.env.Root());
         ASSERT_EQ(0, result.exitCode) << result.err;
         if (xmllint) {
             EXPECT_EQ(0, std::system(("xmllint --noout " + path).c_str())) << ReadFileText(path);
@@ -150,8 +125,8 @@ TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     bytes[bytes.size() / 2] ^= 0x55;
     WriteBytes(hostile, bytes);
     for (const char* format : {"gpx", "geojson", "kml"}) {
-        const ProgramResult damaged = RunProgram(
-            {ProgramPath("mdstore"), "export", "--format", format, hostile}, {}, dir.env.Root());
+        const ProgramResult damaged =
+            RunMdstore({"export", "--format", format, hostile}, dir.env.Root());
         EXPECT_EQ(1u, Count(damaged.err, "\n")) << format << damaged.err;
     }
 }

@@ -186,12 +186,9 @@ TEST(StoreRecords, EveryOperationIsOneRecordWithAllItsArguments) {
     }
 
     // The same text through the readable form and the CSV export.
-    for (const std::vector<std::string>& verb :
-         std::vector<std::vector<std::string>>{{"cat"}, {"export", "--format=csv"}}) {
-        std::vector<std::string> argv = {ProgramPath("mdstore")};
-        argv.insert(argv.end(), verb.begin(), verb.end());
-        argv.push_back(dir.base);
-        const ProgramResult printed = RunProgram(argv, {}, dir.env.Root());
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"cat", dir.base}, {"export", "--format=csv", dir.base}}) {
+        const ProgramResult printed = RunMdstore(args, dir.env.Root());
         EXPECT_EQ(0, printed.exitCode) << printed.err;
         EXPECT_NE(std::string::npos, printed.out.find("Jörgen Åström")) << printed.out;
         EXPECT_NE(std::string::npos, printed.out.find("brakes on")) << printed.out;

@@ -195,8 +195,7 @@ TEST(StoreSegments, StartUpTellsWhetherThePreviousRunEndedCleanly) {
     EXPECT_EQ(500, startups[2].Int("lastTick"));
     EXPECT_EQ("true", startups[3].Get("clean"));
 
-    const ProgramResult info =
-        RunProgram({ProgramPath("mdstore"), "info", dir.base}, {}, dir.env.Root());
+    const ProgramResult info = RunMdstore({"info", dir.base}, dir.env.Root());
     EXPECT_EQ(0, info.exitCode);
     EXPECT_NE(std::string::npos,
               info.out.find("start-ups: 2 after a clean shutdown, 1 after an unclean one, 1 first"))
@@ -220,13 +219,10 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
     }
     StoreDir dir;
     const std::string planted = dir.base + ".999999.mdj";
-    const std::string mdstore = ProgramPath("mdstore");
     ::setenv("METADATA_STORE_MAX_BYTES", "131072", 1);
     for (unsigned run = 0; run < 3; ++run) {
         if (run == 1) {
-            ASSERT_EQ(
-                0,
-                RunProgram({mdstore, "copy", source.base, planted}, {}, dir.env.Root()).exitCode);
+            ASSERT_EQ(0, RunMdstore({"copy", source.base, planted}, dir.env.Root()).exitCode);
             // A FIFO under the number before the first: never opened to wait on, never adopted.
             ASSERT_EQ(0, ::mkfifo(mdj::SegmentPath(dir.base, 0).c_str(), 0600));
         }
@@ -251,7 +247,7 @@ TEST(StoreSegments, APlantedCopyIsNeitherAdoptedNorCountedNorRemoved) {
     EXPECT_EQ("true", startups[1].Get("clean"));
     EXPECT_EQ("true", startups[2].Get("clean"));
     EXPECT_EQ(501, startups[2].Int("lastTick"));
-    const ProgramResult verify = RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root());
+    const ProgramResult verify = RunMdstore({"verify", dir.base}, dir.env.Root());
     EXPECT_EQ(0, verify.exitCode) << verify.out;
     EXPECT_NE(std::string::npos, verify.out.find("foreign file " + planted)) << verify.out;
     EXPECT_NE(std::string::npos, verify.out.find("OK: 12 records in 3 segments")) << verify.out;

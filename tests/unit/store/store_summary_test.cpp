@@ -234,13 +234,11 @@ TEST(StoreSummary, EveryFigureMatchesATallyOfTheRecordsWritten) {
         store.ReportShutdownData();
         store.Close();
     }
-    const std::string mdstore = ProgramPath("mdstore");
-    const ProgramResult json =
-        RunProgram({mdstore, "summary", "--json", dir.base}, {}, dir.env.Root());
+    const ProgramResult json = RunMdstore({"summary", "--json", dir.base}, dir.env.Root());
     ASSERT_EQ(0, json.exitCode) << json.err;
     std::map<std::string, std::string> s;
     ASSERT_TRUE(ParseJsonObjectLine(json.out.substr(0, json.out.find('\n')), s)) << json.out;
-    const ProgramResult text = RunProgram({mdstore, "summary", dir.base}, {}, dir.env.Root());
+    const ProgramResult text = RunMdstore({"summary", dir.base}, dir.env.Root());
     ASSERT_EQ(0, text.exitCode) << text.err;
 
     std::map<std::string, std::string> want;
@@ -254,7 +252,5 @@ TEST(StoreSummary, EveryFigureMatchesATallyOfTheRecordsWritten) {
     }
 
     // Nothing to read: exit status 2.
-    EXPECT_EQ(2,
-              RunProgram({mdstore, "summary", dir.env.Path("absent/metadata")}, {}, dir.env.Root())
-                  .exitCode);
+    EXPECT_EQ(2, RunMdstore({"summary", dir.env.Path("absent/metadata")}, dir.env.Root()).exitCode);
 }
