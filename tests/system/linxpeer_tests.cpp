@@ -506,5 +506,5 @@ TEST(Linxpeer, DiffNamesTheOneRecordChanged) {
         "only in A:\n"
         "  A record 4: 100 ReportSpeed source=1 speed=40 flag=1 tick=102 tag=0 "
         "sourceName=\"gps\"\n1 differences (A has 3 drive records, B 2)\n",
-        Mdstore(env, {"diff", env.Path("a/metadata"), env.Path("c/metadata")}).out);
+        RunMdstore({"diff", env.Path("a/metadata"), env.Path("c/metadata")}, env.Root()).out);
 }

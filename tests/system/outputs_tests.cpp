@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "DataStore.h"
+#include "EveryText.h"
 #include "Subprocess.h"
 #include "TestEnv.h"
 
@@ -79,26 +80,7 @@ std::string WriteHostileStore(const std::string& base) {
     EXPECT_TRUE(store.Open());
     store.ReportShutdownDataAtStartup();
     store.TimerTick(1000);
-    store.ReportSystemSerialNum(text("ReportSystemSerialNum", "serial"));
-    store.ReportVersion(e_COMPONENT_Build, text("ReportVersion", "version").c_str());
-    store.ReportStringData(e_Tag_FillerString, text("ReportStringData", "text").c_str());
-    VehicleInfo vehicle;
-    vehicle.vehicleId.Set(text("ReportVehicleInfo", "item.vehicleId").c_str());
-    vehicle.licensePlate.Set(text("ReportVehicleInfo", "item.licensePlate").c_str());
-    vehicle.description.Set(text("ReportVehicleInfo", "item.description").c_str());
-    store.ReportVehicleInfo(vehicle, true);
-    SystemInfo system;
-    system.systemName.Set(text("ReportSystemInfo", "item.systemName").c_str());
-    system.unitNumber.Set(text("ReportSystemInfo", "item.unitNumber").c_str());
-    store.ReportSystemInfo(system, true);
-    DepartmentInfo department;
-    department.departmentId.Set(text("ReportDepartmentInfo", "item.departmentId").c_str());
-    department.name.Set(text("ReportDepartmentInfo", "item.name").c_str());
-    store.ReportDepartmentInfo(department, true);
-    Officer officer;
-    officer.officerId.Set(text("ReportOfficerInfo", "item.officerId").c_str());
-    officer.name.Set(text("ReportOfficerInfo", "item.name").c_str());
-    store.ReportOfficerInfo(officer, true);
+    ReportEveryText(store, text);
     // A track south and west of the prime meridian (negative numbers in CSV), a bookmark on it.
     for (unsigned i = 0; i < 3; ++i) {
         GpsStatusItem gps;

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "DataStore.h"
+#include "EveryText.h"
 #include "RecordSchema.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
@@ -23,21 +24,7 @@ const char* const kHostile = "<b>\"x\" & 'y'</b> \\ \x01\x1f\x7f \xff\xc3 \xed\x
 void WriteDrive(const std::string& base) {
     DataStoreNormal store(base);
     ASSERT_TRUE(store.Open());
-    store.ReportSystemSerialNum(kHostile);
-    store.ReportVersion(e_COMPONENT_Build, kHostile);
-    VehicleInfo vehicle;
-    SystemInfo system;
-    DepartmentInfo department;
-    Officer officer;
-    for (StringItem* text : {&vehicle.vehicleId, &vehicle.licensePlate, &vehicle.description,
-                             &system.systemName, &system.unitNumber, &department.departmentId,
-                             &department.name, &officer.officerId, &officer.name}) {
-        text->Set(kHostile);
-    }
-    store.ReportVehicleInfo(vehicle, true);
-    store.ReportSystemInfo(system, true);
-    store.ReportDepartmentInfo(department, true);
-    store.ReportOfficerInfo(officer, true);
+    ReportEveryText(store, [](const char*, const char*) { return std::string(kHostile); });
     for (unsigned i = 0; i < 40; ++i) {
         const unsigned tick = 1000 + 500 * i;
         store.TimerTick(tick);
@@ -56,7 +43,6 @@ void WriteDrive(const std::string& base) {
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, tick, e_Tag_None);
         store.ReportStateData(i % 2 == 0 ? e_Tag_BrakesOn : e_Tag_BrakesOff, true, tick - 1);
     }
-    store.ReportStringData(e_Tag_FillerString, kHostile);
     store.ReportStateData(e_Tag_CrashDetected, true, 19000);
     store.ReportBookmark(19500);
     store.ReportShutdownData();
