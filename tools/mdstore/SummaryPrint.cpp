@@ -50,9 +50,8 @@ std::string StatesText(const std::map<unsigned, unsigned long long>& states) {
     return text;
 }
 
-}  // namespace
-
-void PrintText(const StoreSummary& s, std::string& out) {
+// The files: where, how many bytes and records, the ticks they span.
+void PrintFiles(const StoreSummary& s, std::string& out) {
     Label(out, "store");
     out += textout::Printable(s.path) + "\n";
     Label(out, "segments");
@@ -78,7 +77,10 @@ void PrintText(const StoreSummary& s, std::string& out) {
     for (const auto& op : s.perOp) {
         Append(out, "  %-30s %llu\n", op.first.c_str(), op.second);
     }
+}
 
+// Where the car went and how fast: GPS, speeds, radar.
+void PrintPosition(const StoreSummary& s, std::string& out) {
     Label(out, "gps");
     Append(out, "fix %llu, no fix %llu, positions %llu\n", s.gpsStates.on, s.gpsStates.off,
            s.gpsPositions);
@@ -103,7 +105,10 @@ void PrintText(const StoreSummary& s, std::string& out) {
         Append(out, "  speedA %s, speedB %s, speedC %s\n", RangeText(s.radarSpeeds[0]).c_str(),
                RangeText(s.radarSpeeds[1]).c_str(), RangeText(s.radarSpeeds[2]).c_str());
     }
+}
 
+// What the driver and the car did: inputs, recordings, covert mode, crash, bookmarks.
+void PrintEvents(const StoreSummary& s, std::string& out) {
     Label(out, "inputs");
     Append(out, "toggled, then live reports on / off\n");
     for (unsigned i = 0; i < kInputCount; ++i) {
@@ -122,7 +127,10 @@ void PrintText(const StoreSummary& s, std::string& out) {
         Append(out, " (ticks %s)", RangeText(s.bookmarkTicks).c_str());
     }
     out += '\n';
+}
 
+// The devices around the recorder: microphones, temperatures, cameras, streams, configuration.
+void PrintDevices(const StoreSummary& s, std::string& out) {
     Heading(out, "microphones", !(s.micPresent.empty() && s.micActive.empty()));
     for (const auto& mic : s.micPresent) {
         const auto active = s.micActive.find(mic.first);
@@ -155,7 +163,10 @@ void PrintText(const StoreSummary& s, std::string& out) {
     for (const auto& record : s.configuration) {
         Append(out, "  %-30s %llu\n", record.first.c_str(), record.second);
     }
+}
 
+// How the runs ended and what is damaged.
+void PrintEnding(const StoreSummary& s, std::string& out) {
     Label(out, "shutdown");
     Append(out, "%s (%llu ReportShutdownData)\n",
            s.lastRecordShutdown ? "clean, the last record is ReportShutdownData"
@@ -180,6 +191,16 @@ void PrintText(const StoreSummary& s, std::string& out) {
             Append(out, " (%llu bytes)\n", damage.bytes);
         }
     }
+}
+
+}  // namespace
+
+void PrintText(const StoreSummary& s, std::string& out) {
+    PrintFiles(s, out);
+    PrintPosition(s, out);
+    PrintEvents(s, out);
+    PrintDevices(s, out);
+    PrintEnding(s, out);
 }
 
 }  // namespace summary
