@@ -155,6 +155,9 @@ private:
     std::size_t Temps(std::size_t k, bool flag, TempStatus& item) const;
     // A change from the records at k: the number of records its traffic produces (0: none).
     std::size_t Change(std::size_t k);
+    std::size_t StateChange(std::size_t k);
+    std::size_t MicChange(std::size_t k);
+    std::size_t LvsChange(std::size_t k);
     // Every change, each at its own time, then the quit.
     void RunChanges();
     // A simulated drive, loop pass by loop pass: before each, the one message (or a ping) that
@@ -457,55 +460,111 @@ void Inverter::Subscribe() {
     next_ = k;
 }
 
-std::size_t Inverter::Change(std::size_t k) {
+// An input, crash, recording or covert-mode state: the notice that made it.
+std::size_t Inverter::StateChange(std::size_t k) {
     const Rec& rec = recs_[k];
     const std::uint32_t tag = rec.U(0);
     Bytes raw;
-    switch (rec.op) {
-        case mdj::kOpReportStateData: {
-            if (!rec.v.flag) {
-                return 0;
-            }
-            if (InputIndex(tag) >= 0) {
-                // Inputs changed together: one notice, reported in table order with one tick.
-                std::size_t count = 1;
-                while (Is(k + count, mdj::kOpReportStateData, true) &&
-                       InputIndex(recs_[k + count].U(0)) > InputIndex(recs_[k + count - 1].U(0)) &&
-                       recs_[k + count].U(1) == rec.U(1)) {
-                    ++count;
-                }
-                FpgaExternalEventItem item;
-                item.inputLevels = levels_;
-                InputsAt(k, count, item);
-                levels_ = item.inputLevels;
-                out_.Sent("FpgaHal", 13497, Encoded(item));
-                return count;
-            }
-            if (tag == e_Tag_CrashDetected || tag == e_Tag_CrashCleared) {
-                CrashItem item;
-                item.crash = tag == e_Tag_CrashDetected;
-                item.tick = rec.U(1);
-                out_.Sent("AccelHal", 13512, Encoded(item));
-                return 1;
-            }
-            if (tag == e_Tag_RecordingStarted && rec.U(1) == 0) {
-                // The state manager's start with tick 0 is dropped; the direct message is not.
-                Put(raw, 0u);
-                raw.push_back(1);
-                out_.Sent("Cli", 13503, raw);
-                return 1;
-            }
-            // Record start, stop, covert mode entered, left: the state manager's items 1-4.
-            static const unsigned int kStateTags[] = {e_Tag_RecordingStarted,
-                                                      e_Tag_RecordingStopped, 58, 59};
-            for (unsigned int i = 0; i < 4; ++i) {
-                if (tag == kStateTags[i]) {
-                    out_.Sent("StateMgr", 13505 + i, Encoded(SystickItem(rec.U(1))));
-                    return 1;
-                }
-            }
-            return 0;
+    if (!rec.v.flag) {
+        return 0;
+    }
+    if (InputIndex(tag) >= 0) {
+        // Inputs changed together: one notice, reported in table order with one tick.
+        std::size_t count = 1;
+        while (Is(k + count, mdj::kOpReportStateData, true) &&
+               InputIndex(recs_[k + count].U(0)) > InputIndex(recs_[k + count - 1].U(0)) &&
+               recs_[k + count].U(1) == rec.U(1)) {
+            ++count;
         }
+        FpgaExternalEventItem item;
+        item.inputLevels = levels_;
+        InputsAt(k, count, item);
+        levels_ = item.inputLevels;
+        out_.Sent("FpgaHal", 13497, Encoded(item));
+        return count;
+    }
+    if (tag == e_Tag_CrashDetected || tag == e_Tag_CrashCleared) {
+        CrashItem item;
+        item.crash = tag == e_Tag_CrashDetected;
+        item.tick = rec.U(1);
+        out_.Sent("AccelHal", 13512, Encoded(item));
+        return 1;
+    }
+    if (tag == e_Tag_RecordingStarted && rec.U(1) == 0) {
+        // The state manager's start with tick 0 is dropped; the direct message is not.
+        Put(raw, 0u);
+        raw.push_back(1);
+        out_.Sent("Cli", 13503, raw);
+        return 1;
+    }
+    // Record start, stop, covert mode entered, left: the state manager's items 1-4.
+    static const unsigned int kStateTags[] = {e_Tag_RecordingStarted, e_Tag_RecordingStopped, 58,
+                                              59};
+    for (unsigned int i = 0; i < 4; ++i) {
+        if (tag == kStateTags[i]) {
+            out_.Sent("StateMgr", 13505 + i, Encoded(SystickItem(rec.U(1))));
+            return 1;
+        }
+    }
+    return 0;
+}
+
+// A microphone present and its state: the direct message, or the manager's status item.
+std::size_t Inverter::MicChange(std::size_t k) {
+    const Rec& rec = recs_[k];
+    const std::uint32_t tag = rec.U(0);
+    Bytes raw;
+    if (!Is(k + 1, mdj::kOpReportMicState, rec.v.flag) || !rec.v.flag || recs_[k + 1].U(0) != tag ||
+        recs_[k + 1].U(2) != rec.U(2)) {
+        return 0;
+    }
+    if (tag > 3) {
+        // Beyond what the direct message accepts: the manager's status item.
+        MicStatusResponse item;
+        const std::size_t count = Mics(k, true, item);
+        out_.Sent("MicMgr", 13511, Encoded(item));
+        return count;
+    }
+    Put(raw, rec.U(2));
+    Put(raw, tag);
+    raw.push_back(static_cast<unsigned char>(rec.U(1)));
+    raw.push_back(static_cast<unsigned char>(recs_[k + 1].U(1)));
+    out_.Sent("Cli", 13502, raw);
+    return 2;
+}
+
+// A live stream's state: the external manager's item for that stream.
+std::size_t Inverter::LvsChange(std::size_t k) {
+    const Rec& rec = recs_[k];
+    const std::uint32_t tag = rec.U(0);
+    if (!rec.v.flag || tag > 5) {
+        return 0;
+    }
+    // The handler stamps it with the process's own last tick: set the clock and let
+    // a loop pass read it first (in a simulated drive the pass before did).
+    if (draws_ == nullptr) {
+        out_.Tick(rec.U(6));
+        out_.Ping();
+    }
+    ExternalMgrApi::StreamingLvsStateItem item;
+    item.SetCamera(static_cast<unsigned short>(rec.U(1)));
+    item.SetHighQuality(rec.U(2) != 0);
+    item.SetEnabled(rec.U(3) != 0);
+    // The number inet_addr gave, back to the text it came from on this machine.
+    in_addr address;
+    address.s_addr = htonl(rec.U(4));  // stored as the address's bytes in network order
+    item.SetAddress(address.s_addr == INADDR_NONE ? "" : inet_ntoa(address));
+    item.SetPort(static_cast<unsigned short>(rec.U(5)));
+    out_.Sent("ExternalMgr", 18952 + tag, Encoded(item));
+    return 1;
+}
+
+std::size_t Inverter::Change(std::size_t k) {
+    const Rec& rec = recs_[k];
+    Bytes raw;
+    switch (rec.op) {
+        case mdj::kOpReportStateData:
+            return StateChange(k);
         case mdj::kOpReportBookmark:
             Put(raw, rec.U(0));
             out_.Sent("Cli", 13509, raw);
@@ -526,25 +585,8 @@ std::size_t Inverter::Change(std::size_t k) {
             }
             return count;
         }
-        case mdj::kOpReportMicPresent: {
-            if (!Is(k + 1, mdj::kOpReportMicState, rec.v.flag) || !rec.v.flag ||
-                recs_[k + 1].U(0) != tag || recs_[k + 1].U(2) != rec.U(2)) {
-                return 0;
-            }
-            if (tag > 3) {
-                // Beyond what the direct message accepts: the manager's status item.
-                MicStatusResponse item;
-                const std::size_t count = Mics(k, true, item);
-                out_.Sent("MicMgr", 13511, Encoded(item));
-                return count;
-            }
-            Put(raw, rec.U(2));
-            Put(raw, tag);
-            raw.push_back(static_cast<unsigned char>(rec.U(1)));
-            raw.push_back(static_cast<unsigned char>(recs_[k + 1].U(1)));
-            out_.Sent("Cli", 13502, raw);
-            return 2;
-        }
+        case mdj::kOpReportMicPresent:
+            return MicChange(k);
         case mdj::kOpReportTemp: {
             TempStatus item;
             const std::size_t count = Temps(k, true, item);
@@ -580,28 +622,8 @@ std::size_t Inverter::Change(std::size_t k) {
             out_.Sent("VideoMgr", 13514, Encoded(item));
             return 1;
         }
-        case mdj::kOpReportLvsState: {
-            if (!rec.v.flag || tag > 5) {
-                return 0;
-            }
-            // The handler stamps it with the process's own last tick: set the clock and let
-            // a loop pass read it first (in a simulated drive the pass before did).
-            if (draws_ == nullptr) {
-                out_.Tick(rec.U(6));
-                out_.Ping();
-            }
-            ExternalMgrApi::StreamingLvsStateItem item;
-            item.SetCamera(static_cast<unsigned short>(rec.U(1)));
-            item.SetHighQuality(rec.U(2) != 0);
-            item.SetEnabled(rec.U(3) != 0);
-            // The number inet_addr gave, back to the text it came from on this machine.
-            in_addr address;
-            address.s_addr = htonl(rec.U(4));  // stored as the address's bytes in network order
-            item.SetAddress(address.s_addr == INADDR_NONE ? "" : inet_ntoa(address));
-            item.SetPort(static_cast<unsigned short>(rec.U(5)));
-            out_.Sent("ExternalMgr", 18952 + tag, Encoded(item));
-            return 1;
-        }
+        case mdj::kOpReportLvsState:
+            return LvsChange(k);
         default:
             return Config(k, true, false);
     }
