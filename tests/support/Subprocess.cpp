@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <sstream>
@@ -139,4 +140,17 @@ ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector
 ProgramResult RunMdstore(std::vector<std::string> args, const std::string& workDir) {
     args.insert(args.begin(), ProgramPath("mdstore"));
     return RunProgram(args, {}, workDir);
+}
+
+int Shell(const std::string& command, std::string& output) {
+    std::FILE* pipe = ::popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return -1;
+    }
+    char buffer[4096];
+    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
+        output.append(buffer, n);
+    }
+    const int status = ::pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }

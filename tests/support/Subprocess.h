@@ -54,3 +54,6 @@ ProgramResult RunProgram(const std::vector<std::string>& argv, const std::vector
                          const std::string& workDir, int timeoutMs = 60000);
 // Runs this build's mdstore with `args` to its end.
 ProgramResult RunMdstore(std::vector<std::string> args, const std::string& workDir);
+// Runs a shell command natively (also beside an emulated test): its exit status, -1 when it did
+// not exit; what it writes to standard output is added to `output`.
+int Shell(const std::string& command, std::string& output);

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <string>
+#include <vector>
 
 class TestEnv {
 public:
@@ -35,3 +37,11 @@ private:
 std::string ReadFileText(const std::string& path);
 // How often `part` occurs in `text` from `from` on, overlaps included.
 unsigned int Count(const std::string& text, const std::string& part, std::size_t from = 0);
+
+using Bytes = std::vector<unsigned char>;
+// A word's bytes in this machine's order, as a payload carries it.
+inline Bytes WordBytes(unsigned int word) {
+    Bytes bytes(sizeof word);
+    std::memcpy(bytes.data(), &word, sizeof word);
+    return bytes;
+}

@@ -24,14 +24,6 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-Bytes WordBytes(unsigned int word) {
-    Bytes bytes(sizeof word);
-    std::memcpy(bytes.data(), &word, sizeof word);
-    return bytes;
-}
-
 // The process's bound on its peak memory. The cross build runs it under qemu-ppc, whose own
 // memory (about 15 MiB) counts too, and the sanitizer build has its shadow memory and
 // allocator (about 5 MiB more); a backlog that grows with the flood passes every bound by tens

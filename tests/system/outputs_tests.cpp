@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "DataStore.h"
-#include "EveryText.h"
+#include "StoreFill.h"
 #include "Subprocess.h"
 #include "TestEnv.h"
 
@@ -83,13 +83,8 @@ std::string WriteHostileStore(const std::string& base) {
     ReportEveryText(store, text);
     // A track south and west of the prime meridian (negative numbers in CSV), a bookmark on it.
     for (unsigned i = 0; i < 3; ++i) {
-        GpsStatusItem gps;
-        gps.latDegrees = 12;
-        gps.latMinutes = 30 + i;
-        gps.lonDegrees = 1;
-        gps.lonMinutes = 10;
-        gps.fixStatus = 1;
-        store.ReportGps(gps, 2000 + 1000 * i, true);
+        const auto minutes = static_cast<unsigned short>(30 + i);
+        store.ReportGps(Fix(12, minutes, 0, 0, 1, 10, 0, 0), 2000 + 1000 * i, true);
         store.ReportBookmark(2500 + 1000 * i);
     }
     store.TimerTick(5000);
@@ -98,26 +93,12 @@ std::string WriteHostileStore(const std::string& base) {
     return texts;
 }
 
-// Runs a shell command natively (also beside an emulated test); its output and exit status.
-int Shell(const std::string& command, std::string& output) {
-    std::FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-    if (pipe == nullptr) {
-        return -1;
-    }
-    char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        output.append(buffer, n);
-    }
-    const int status = ::pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // A store with hostile texts under a hostile path, and outputs_check.py to read what comes of it.
 class HostileStore : public ::testing::Test {
 protected:
     void SetUp() override {
         std::string ignored;
-        if (Shell("command -v python3", ignored) != 0) {
+        if (Shell("command -v python3 2>&1", ignored) != 0) {
             GTEST_SKIP() << "SKIPPED: python3 is not installed";
         }
         std::string dir = env_.Media() + "/" + kHostileDir;
@@ -135,7 +116,7 @@ protected:
         std::string report;
         const int checked =
             Shell(std::string("python3 ") + OUTPUTS_CHECK + " " + check + " " + file + " " +
-                      env_.WriteFile("texts", texts) + " " + env_.Path("check"),
+                      env_.WriteFile("texts", texts) + " " + env_.Path("check") + " 2>&1",
                   report);
         if (checked == 77) {
             GTEST_SKIP() << report;

@@ -174,16 +174,10 @@ TEST_F(Package, HoldsWhatCopyWritesForTheRangeAndNothingWhenItFails) {
                        env_.Path("copy.mdj")})
                   .exitCode,
               0);
-    std::vector<std::string> packaged;
-    std::vector<std::string> copied;
-    for (const StoreRecord& record : ReadStoreRecords(made + "/drive.mdj", env_.Root())) {
-        packaged.push_back(record.line);
-    }
-    for (const StoreRecord& record : ReadStoreRecords(env_.Path("copy.mdj"), env_.Root())) {
-        copied.push_back(record.line);
-    }
-    EXPECT_EQ(packaged, copied);
-    EXPECT_EQ(packaged.size(), 20u);  // the snapshot, 9 fixes, 9 brakes, the bookmark
+    const auto packaged = Mdstore({"cat", "--json", made + "/drive.mdj"});
+    EXPECT_EQ(packaged.out, Mdstore({"cat", "--json", env_.Path("copy.mdj")}).out);
+    // The snapshot, 9 fixes, 9 brakes, the bookmark.
+    EXPECT_EQ(std::count(packaged.out.begin(), packaged.out.end(), '\n'), 20);
     const std::string manifest = ReadFileText(made + "/manifest.json");
     EXPECT_NE(manifest.find("\"serial\":\"SN-4711\",\"unitNumber\":\"Unit 17\""), std::string::npos)
         << manifest;

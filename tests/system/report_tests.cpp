@@ -59,14 +59,8 @@ TEST(Report, RendersInABrowserFromTheFileAlone) {
     const std::string command =
         "chromium --headless --no-sandbox --disable-gpu --user-data-dir=" + env.Path("browser") +
         " --dump-dom file://" + page + " 2>/dev/null";
-    std::FILE* pipe = ::popen(command.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
     std::string dom;
-    char buffer[4096];
-    for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) {
-        dom.append(buffer, n);
-    }
-    ASSERT_EQ(::pclose(pipe), 0) << dom;
+    ASSERT_EQ(Shell(command, dom), 0) << dom;
 
     // What the browser built: the map with the nine positions of the drive (the glitch left
     // out and named), the lanes with their spans, both bookmarks in lane and map, the speed.

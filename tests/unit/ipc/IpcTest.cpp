@@ -31,7 +31,6 @@
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 const std::string kAny;  // empty: any sender
 
 std::string Text(const IpcMessage& message) {

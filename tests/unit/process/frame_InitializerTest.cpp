@@ -40,13 +40,6 @@ struct Recorder {
 };
 
 using Initializer = ProcessInitializer<Recorder>;
-using Bytes = std::vector<unsigned char>;
-
-Bytes Word(unsigned int word) {
-    Bytes bytes(sizeof word);
-    std::memcpy(bytes.data(), &word, sizeof word);
-    return bytes;
-}
 
 // The state manager's endpoint, and a sender of anything to the process under test.
 struct StateMgr {
@@ -92,10 +85,10 @@ TEST(FrameInitializer, Handshake) {
     const unsigned int died = LinxIpc::kProcessDiedNotice, restarted = 13236;
     // Subscribe without and with the flag, control messages in between (death and restart act
     // only on a full 32-bit word), anything else, run.
-    const Messages twice{{13233, {0}},           {1873, Word(0)}, {died, Word(12)},
-                         {died, {0, 0, 12}},     {died, {}},      {restarted, Word(7)},
-                         {restarted, {0, 0, 7}}, {restarted, {}}, {13233, {9}},
-                         {4242, Word(1)},        {13235, {}}};
+    const Messages twice{{13233, {0}},           {1873, WordBytes(0)}, {died, WordBytes(12)},
+                         {died, {0, 0, 12}},     {died, {}},           {restarted, WordBytes(7)},
+                         {restarted, {0, 0, 7}}, {restarted, {}},      {13233, {9}},
+                         {4242, WordBytes(1)},   {13235, {}}};
     const Messages quitting{{13233, {1}}, {LinxIpc::kShutdownNotice, {}}};
     struct Case {
         bool preInit, subscribe, started;
@@ -174,7 +167,7 @@ TEST(FrameInitializer, ControlHandlersWithoutStateMgr) {
     auto dispatch = [&] { return ipc.Receive(1000, 0, LinxIpc::emptyString, nullptr); };
 
     // An answer to a log-level request that cannot be built is not sent.
-    stateMgr.Send(1873, Word(0));
+    stateMgr.Send(1873, WordBytes(0));
     hostseam::FailNextAllocations(1);
     dispatch();
 
@@ -183,7 +176,7 @@ TEST(FrameInitializer, ControlHandlersWithoutStateMgr) {
     stateMgr.Send(LinxIpc::kShutdownNotice);
     EXPECT_EQ(LinxIpc::kShutdown, dispatch());
     for (unsigned int type : {LinxIpc::kProcessDiedNotice, 13236u, 1873u}) {
-        stateMgr.Send(type, Word(e_Process_GpsHal));
+        stateMgr.Send(type, WordBytes(e_Process_GpsHal));
         dispatch();
     }
     EXPECT_EQ("PreInit Subscribe(false) Shutdown", recorder.calls);

@@ -10,8 +10,8 @@
 #include <sstream>
 
 #include "DataStore.h"
-#include "EveryText.h"
 #include "RecordSchema.h"
+#include "StoreFill.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
@@ -28,17 +28,11 @@ void WriteDrive(const std::string& base) {
     for (unsigned i = 0; i < 40; ++i) {
         const unsigned tick = 1000 + 500 * i;
         store.TimerTick(tick);
-        GpsStatusItem gps;
-        gps.latDegrees = 59;
-        gps.latMinutes = 19;
-        gps.latHemisphere = 1;
-        gps.lonDegrees = 18;
-        gps.lonMinutes = static_cast<unsigned short>(i);
-        gps.lonHemisphere = i < 20 ? 1 : -1;
-        gps.fixStatus = 1;
+        const unsigned short east = static_cast<unsigned short>(i);
         for (unsigned j = 0; j < 50; ++j) {  // ~1.3 MB of fixes: more than one chunk
-            gps.latMinuteFraction = 137 * i + j;
-            store.ReportGps(gps, tick - 3, true);  // its own tick before the store's
+            // Its own tick before the store's.
+            store.ReportGps(Fix(59, 19, 137 * i + j, 1, 18, east, 0, i < 20 ? 1 : -1), tick - 3,
+                            true);
         }
         store.ReportSpeed(1, static_cast<unsigned short>(i), true, tick, e_Tag_None);
         store.ReportStateData(i % 2 == 0 ? e_Tag_BrakesOn : e_Tag_BrakesOff, true, tick - 1);

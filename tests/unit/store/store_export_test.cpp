@@ -7,19 +7,20 @@
 
 #include "DataStore.h"
 #include "PendingWrites.h"
+#include "StoreFill.h"
 #include "StoreRecords.h"
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
 
 namespace {
 
-struct Fix {
+struct DriveFix {
     unsigned short degrees[2], minutes[2];
     unsigned fraction[2];
     int hemisphere[2];
     double latitude, longitude;
 };
-const Fix kDrive[] = {
+const DriveFix kDrive[] = {
     {{59, 18}, {19, 4}, {5000, 2500}, {1, 1}, 59.325, 18.070833},
     {{59, 18}, {20, 4}, {0, 2500}, {1, 1}, 59.333333, 18.070833},
     {{33, 151}, {52, 12}, {0, 0}, {0, 1}, -33.866667, 151.2},
@@ -46,17 +47,10 @@ TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     ASSERT_TRUE(store.Open());
     for (unsigned i = 0; i < std::size(kDrive); ++i) {
         store.TimerTick(1000 * (i + 1));
-        GpsStatusItem gps;
-        gps.latDegrees = kDrive[i].degrees[0];
-        gps.lonDegrees = kDrive[i].degrees[1];
-        gps.latMinutes = kDrive[i].minutes[0];
-        gps.lonMinutes = kDrive[i].minutes[1];
-        gps.latMinuteFraction = kDrive[i].fraction[0];
-        gps.lonMinuteFraction = kDrive[i].fraction[1];
-        gps.latHemisphere = kDrive[i].hemisphere[0];
-        gps.lonHemisphere = kDrive[i].hemisphere[1];
-        gps.fixStatus = 1;
-        store.ReportGps(gps, 1000 * (i + 1), true);
+        const DriveFix& f = kDrive[i];
+        store.ReportGps(Fix(f.degrees[0], f.minutes[0], f.fraction[0], f.hemisphere[0],
+                            f.degrees[1], f.minutes[1], f.fraction[1], f.hemisphere[1]),
+                        1000 * (i + 1), true);
         if (i == 1) {
             store.ReportBookmark(2500);
         }

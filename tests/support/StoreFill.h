@@ -1,9 +1,28 @@
-// Every free text a store keeps, for the tests that fill them all with hostile text.
+// What tests report into a store: a GPS fix in a line, every free text a store keeps.
 #pragma once
 
 #include <string>
 
 #include "DataStore.h"
+#include "HalItems.h"
+
+// A usable fix at degrees, minutes and ten-thousandths of a minute; hemisphere 1 is north or
+// east, 0 south or west.
+inline GpsStatusItem Fix(unsigned short latDegrees, unsigned short latMinutes, unsigned latFraction,
+                         int latHemisphere, unsigned short lonDegrees, unsigned short lonMinutes,
+                         unsigned lonFraction, int lonHemisphere) {
+    GpsStatusItem gps;
+    gps.latDegrees = latDegrees;
+    gps.latMinutes = latMinutes;
+    gps.latMinuteFraction = latFraction;
+    gps.latHemisphere = latHemisphere;
+    gps.lonDegrees = lonDegrees;
+    gps.lonMinutes = lonMinutes;
+    gps.lonMinuteFraction = lonFraction;
+    gps.lonHemisphere = lonHemisphere;
+    gps.fixStatus = 1;
+    return gps;
+}
 
 // Reports the serial, a version, string data and every text of the vehicle, system, department
 // and officer items, each the text `next(op, key)` gives (`key` as cat --json names it).
