@@ -148,29 +148,28 @@ TEST(ProcessRun, WholeVehicleHandshakeControlFillersAndQuit) {
     TestEnv env;
     const std::string versionFile =
         env.WriteFile("versions", "SYS_BUILD 4.2.1 revB\nFPGA 1.0.3\nKERNEL_BUILD 5.4.0\n");
-    const Outcome run =
-        RunManager(env,
-                   "echo ready\n"
-                   "expect Started from MetadataMgr within 20000 u32@0=19 len=4\n"
-                   "expect Subscribed from MetadataMgr within 20000 u8@0=1 len=1\n"
-                   "subscribers ExternalMgr 21 1\n"
-                   "watchdog MetadataMgr alive\n"
-                   "send as StateMgr MetadataMgr LogLevelGet u32:0xDEAD\n"
-                   "expect LogLevelResponse from MetadataMgr u32@0=255 len=4\n"
-                   "send as StateMgr MetadataMgr LogLevelSet u32:0xC3\n"
-                   "expect LogLevelResponse from MetadataMgr u32@0=195\n"
-                   "send as StateMgr MetadataMgr LogLevelGet\n"
-                   "send as StateMgr MetadataMgr LogLevelSet hex:0102\n"
-                   "send as StateMgr MetadataMgr Ping\n"
-                   "expect PingResponse from MetadataMgr len=0\n"
-                   "never LogLevelResponse within 300\n"
-                   "send as StateMgr MetadataMgr LogLevelGet u8:1\n"
-                   "expect LogLevelResponse from MetadataMgr u32@0=195\n"
-                   "quit MetadataMgr\n"
-                   "expect ShutdownResponse from MetadataMgr len=0\n",
-                   {"HOST_SYSTICK_FILE=" + env.WriteFile("tick", "5000"),
-                    "VERSION_FILE=" + versionFile, "FORCE_METADATA="},
-                   {"-l", "255"}, {"--vehicle"});
+    const Outcome run = RunManager(env,
+                                   "echo ready\n"
+                                   "expect Started from MetadataMgr within 20000 u32@0=19 len=4\n"
+                                   "expect Subscribed from MetadataMgr within 20000 u8@0=1 len=1\n"
+                                   "subscribers ExternalMgr 21 1\n"
+                                   "watchdog MetadataMgr alive\n"
+                                   "send as StateMgr MetadataMgr LogLevelGet u32:0xDEAD\n"
+                                   "expect LogLevelResponse from MetadataMgr u32@0=255 len=4\n"
+                                   "send as StateMgr MetadataMgr LogLevelSet u32:0xC3\n"
+                                   "expect LogLevelResponse from MetadataMgr u32@0=195\n"
+                                   "send as StateMgr MetadataMgr LogLevelGet\n"
+                                   "send as StateMgr MetadataMgr LogLevelSet hex:0102\n"
+                                   "send as StateMgr MetadataMgr Ping\n"
+                                   "expect PingResponse from MetadataMgr len=0\n"
+                                   "never LogLevelResponse within 300\n"
+                                   "send as StateMgr MetadataMgr LogLevelGet u8:1\n"
+                                   "expect LogLevelResponse from MetadataMgr u32@0=195\n"
+                                   "quit MetadataMgr\n"
+                                   "expect ShutdownResponse from MetadataMgr len=0\n",
+                                   {"HOST_SYSTICK_FILE=" + env.WriteFile("tick", "5000"),
+                                    "VERSION_FILE=" + versionFile, "FORCE_METADATA="},
+                                   {"-l", "255"}, {"--vehicle"});
     EXPECT_EQ(0, run.peer.exitCode) << run.peer.out << run.manager.err;
     EXPECT_EQ(0, run.manager.exitCode) << run.manager.err;
     // The level in force (0xC3) keeps the ping trace and the quit lines (masks 64 and 128).
