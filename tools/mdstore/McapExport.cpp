@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "DriveRecords.h"
 #include "McapSchemas.h"
 #include "McapWriter.h"
 #include "ProjectVersion.h"
@@ -104,7 +105,8 @@ protected:
             mdj::RecordTime(record.op, record.stamp, record.body, record.size);
         if (utcMs == nullptr && tick == 0) {
             if (!timed_ && held_.size() < kMaxHeld) {
-                held_.emplace_back(record);
+                held_.push_back(
+                    {record.op, record.stamp, {record.body, record.body + record.size}});
                 return;
             }
             ReleaseHeld(lastLogTime_);  // too many: in order, at the time there is
@@ -124,7 +126,7 @@ private:
 
     void ReleaseHeld(std::uint64_t logTime) {
         timed_ = true;
-        for (const HeldRecord& held : held_) {
+        for (const DriveRecord& held : held_) {
             Write(held.View(), nullptr, logTime);
         }
         held_.clear();
@@ -206,7 +208,7 @@ private:
     std::uint64_t undated_ = 0;
     std::uint64_t lastLogTime_ = 0;
     bool timed_ = false;
-    std::vector<HeldRecord> held_;  // the records before the first with a time
+    std::vector<DriveRecord> held_;  // the records before the first with a time
 };
 
 }  // namespace

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "JournalReader.h"
 #include "Options.h"
@@ -23,24 +22,6 @@ protected:
 
     const Options& options_;
     timeanchor::TimeAnchors anchors_;
-};
-
-// A copy of a record a verb keeps back to handle later (the reader's buffer moves on).
-struct HeldRecord {
-    explicit HeldRecord(const mdj::RecordView& record)
-        : op(record.op), stamp(record.stamp), body(record.body, record.body + record.size) {}
-    mdj::RecordView View() const {
-        mdj::RecordView record;
-        record.op = op;
-        record.stamp = stamp;
-        record.body = body.data();
-        record.size = static_cast<std::uint32_t>(body.size());
-        return record;
-    }
-
-    std::uint8_t op;
-    std::uint32_t stamp;
-    std::vector<unsigned char> body;
 };
 
 void ReportTrouble(const mdj::SegmentFile& file, mdj::Problem problem, std::size_t offset,
