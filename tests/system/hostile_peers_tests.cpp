@@ -5,7 +5,6 @@
 
 #include <sys/resource.h>
 #include <chrono>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>

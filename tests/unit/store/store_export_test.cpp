@@ -92,10 +92,9 @@ TEST(StoreExport, GpxGeoJsonAndKmlHoldTheDrivesFixesAndBookmarks) {
     // KML: the GPX points as a gx:Track, a when for each coord, the bookmark where the waypoint is.
     const std::string copy = dir.env.Path("copy.mdj");
     ASSERT_EQ(0, RunMdstore({"copy", dir.base, copy}, dir.env.Root()).exitCode);
-    const ProgramResult exported = RunMdstore(
-        {"export", "--format", "kml", "-o", dir.env.Path("drive.kml"), copy}, dir.env.Root());
+    const ProgramResult exported = RunMdstore({"export", "--format", "kml", copy}, dir.env.Root());
     ASSERT_EQ(0, exported.exitCode) << exported.err;
-    const std::string kml = ReadFileText(dir.env.Path("drive.kml"));
+    const std::string& kml = exported.out;
     const std::size_t trackAt = kml.find("<gx:Track>");
     ASSERT_NE(std::string::npos, trackAt) << kml;
     EXPECT_EQ(track, KmlPairs(kml, "<gx:coord>", trackAt)) << kml;
