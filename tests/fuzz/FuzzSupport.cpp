@@ -13,7 +13,7 @@
 #include "RecordSchema.h"
 #include "SegmentIndex.h"
 #include "StoreState.h"
-#include "TimeAnchors.h"
+#include "reading/TimeAnchors.h"
 
 namespace fuzz {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "FuzzSupport.h"
-#include "Options.h"
-#include "TimeAnchors.h"
+#include "reading/Options.h"
+#include "reading/TimeAnchors.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::vector<std::string> words = fuzz::Split(data, size, "\n");

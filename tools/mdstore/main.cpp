@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "McapWriter.h"
 #include "ProjectVersion.h"
 #include "Verbs.h"
+#include "exports/McapWriter.h"
 
 namespace {
 
