@@ -88,10 +88,8 @@ private:
     bool first_ = true;
 };
 
-}  // namespace
-
-void PrintJson(const StoreSummary& s, std::string& out) {
-    Object top(out);
+// The store itself: where it is, its segments, its ticks and what it holds per operation.
+void StoreJson(const StoreSummary& s, Object& top, std::string& out) {
     top.Text("store", s.path);
     top.Unsigned("bytes", s.bytes);
     top.Objects("segments", s.segments, [](Object& segment, const Segment& each) {
@@ -117,6 +115,10 @@ void PrintJson(const StoreSummary& s, std::string& out) {
             perOp.Unsigned(op.first, op.second);
         }
     }
+}
+
+// Where the vehicle was and how fast it went: GPS, speeds and radar.
+void MotionJson(const StoreSummary& s, Object& top, std::string& out) {
     {
         top.Key("gps");
         Object gps(out);
@@ -152,6 +154,10 @@ void PrintJson(const StoreSummary& s, std::string& out) {
         radar.RangeOf("speedB", s.radarSpeeds[1]);
         radar.RangeOf("speedC", s.radarSpeeds[2]);
     }
+}
+
+// What the vehicle and its crew did: inputs, recordings, covert mode, crash and bookmarks.
+void VehicleJson(const StoreSummary& s, Object& top, std::string& out) {
     {
         top.Key("inputs");
         Object inputs(out);
@@ -167,6 +173,10 @@ void PrintJson(const StoreSummary& s, std::string& out) {
     top.OnOffPair("covertMode", s.covert, "entered", "left");
     top.OnOffPair("crash", s.crash, "detected", "cleared");
     top.RangeOf("bookmarks", s.bookmarkTicks);
+}
+
+// The devices around the recorder: microphones, temperatures, cameras, streams, configuration.
+void DevicesJson(const StoreSummary& s, Object& top, std::string& out) {
     {
         top.Key("microphones");
         Object mics(out);
@@ -203,6 +213,10 @@ void PrintJson(const StoreSummary& s, std::string& out) {
             configuration.Unsigned(record.first, record.second);
         }
     }
+}
+
+// How the runs ended and what of the store is damaged.
+void EndingJson(const StoreSummary& s, Object& top, std::string& out) {
     top.Bool("cleanShutdown", s.lastRecordShutdown);
     top.Unsigned("shutdowns", s.shutdowns);
     if (s.startup.seen) {
@@ -216,6 +230,17 @@ void PrintJson(const StoreSummary& s, std::string& out) {
         damage.Text("place", each.place);
         damage.Unsigned("bytes", each.bytes);
     });
+}
+
+}  // namespace
+
+void PrintJson(const StoreSummary& s, std::string& out) {
+    Object top(out);
+    StoreJson(s, top, out);
+    MotionJson(s, top, out);
+    VehicleJson(s, top, out);
+    DevicesJson(s, top, out);
+    EndingJson(s, top, out);
 }
 
 }  // namespace summary
