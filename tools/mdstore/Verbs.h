@@ -1,5 +1,5 @@
-// The verbs of mdstore; each takes its own argv (argv[0] the verb's name) and returns the exit
-// status (0 done, 1 usage, 2 damage or failure).
+// The verbs of mdstore, each <Name>Verb.cpp in its family folder; each takes its own argv
+// (argv[0] the verb's name) and returns the exit status (0 done, 1 usage, 2 damage or failure).
 #pragma once
 
 int InfoVerb(int argc, char** argv);
@@ -9,10 +9,9 @@ int VerifyVerb(int argc, char** argv);
 int SummaryVerb(int argc, char** argv);
 int ExportVerb(int argc, char** argv);
 int ReportVerb(int argc, char** argv);
-int DiffVerb(int argc, char** argv);     // Diff.cpp
-int TrafficVerb(int argc, char** argv);  // ToTraffic.cpp
-// Evidence packages (PackageVerb.cpp, KeygenVerb.cpp, CheckPackageVerb.cpp; NoPackaging.cpp in
-// a build without OpenSSL).
+int DiffVerb(int argc, char** argv);
+int TrafficVerb(int argc, char** argv);
+// Evidence packages (NoPackaging.cpp in a build without OpenSSL).
 int PackageVerb(int argc, char** argv);
 int KeygenVerb(int argc, char** argv);
 int CheckPackageVerb(int argc, char** argv);

@@ -1,5 +1,5 @@
-// mdstore: the bench tool for the metadata files (info, cat, copy, verify, summary, export,
-// report).
+// mdstore: the bench tool for the metadata files. This file finds the verb; the verbs live in
+// their family folders (reading/ is what they all build on; docs/tools.md is the map).
 #include <cstdio>
 #include <cstring>
 
