@@ -7,6 +7,19 @@
 #include "Log.h"
 #include "Simulator.h"
 
+namespace {
+
+// A bad line is shown in the log as far as it is plain text: a byte that could drive the
+// terminal showing the log becomes '?'.
+void ShowPlainly(char* text, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        const unsigned char byte = static_cast<unsigned char>(text[i]);
+        text[i] = byte < 0x20 || byte >= 0x7F ? '?' : text[i];
+    }
+}
+
+}  // namespace
+
 SimulatorDrawFile::~SimulatorDrawFile() {
     if (file_ != nullptr) {
         std::fclose(file_);
@@ -57,6 +70,7 @@ int SimulatorDrawFile::NextFromFile() {
         const unsigned long value = std::strtoul(text, &end, 10);
         if (tooLong || text[0] < '0' || text[0] > '9' || errno != 0 || value > RAND_MAX ||
             *end != '\0') {
+            ShowPlainly(text, length);
             MM_LOG(1) << "Simulator draws: " << path_ << " line " << line_ << " is no draw ('"
                       << text << (tooLong ? "...'" : "'")
                       << "); drawing from the clock from now on";

@@ -199,6 +199,7 @@ TEST(Simulator, DrawFileGivesItsDrawsThenTheClock) {
          {5, 32767},
          "ended after 2 draws"},
         {"7\n-1\n9\n", {7}, "line 2 is no draw ('-1')"},
+        {"7\n1\x1b[2J\x85\n", {7}, "line 2 is no draw ('1?[2J?')"},
         {"7\n123456789012345678901234567890123\n",
          {7},
          "line 2 is no draw ('12345678901234567890123...')"},
