@@ -42,6 +42,11 @@ case "$mode:$option" in
         # A second form of the command, aligned under the first, is help2man's "or:" line.
         eval "$program --help" | sed '/^Usage:/{n;s/^ \{6,\}\([a-z]\)/   or: \1/;}'
         ;;
+    *:--version)
+        # The first line, "PROGRAM VERSION"; what follows tells of this build's features, which
+        # the verbs' help names as well, and would land at the end of the last section.
+        eval "$program --version" | sed -n 1p
+        ;;
     *)
         eval "$program $option"
         ;;

@@ -13,6 +13,9 @@ missing=""
 for tool in lintian dpkg-deb groff man gzip; do
     command -v "$tool" >/dev/null 2>&1 || missing="$missing $tool"
 done
+if grep -q '^HELP2MAN_EXECUTABLE:FILEPATH=.*NOTFOUND' "$build/CMakeCache.txt"; then
+    missing="$missing help2man (the tree was built without manual pages)"
+fi
 if [[ -n $missing ]]; then
     echo "SKIPPED: not installed:$missing"
     exit 77
