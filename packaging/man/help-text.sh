@@ -39,8 +39,10 @@ case "$mode:$option" in
         done
         ;;
     tool:--help)
-        # A second form of the command, aligned under the first, is help2man's "or:" line.
-        eval "$program --help" | sed '/^Usage:/{n;s/^ \{6,\}\([a-z]\)/   or: \1/;}'
+        # A second form of the command, aligned under the first, is help2man's "or:" line;
+        # lines of a list (two blanks in) are paragraphs of their own, not one run-on line.
+        eval "$program --help" | sed '/^Usage:/{n;s/^ \{6,\}\([a-z]\)/   or: \1/;}' |
+            awk '/^  [^ ]/ && list { print "" } { list = /^  [^ ]/; print }'
         ;;
     *:--version)
         # The first line, "PROGRAM VERSION"; what follows tells of this build's features, which
