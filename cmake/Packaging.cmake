@@ -1,9 +1,9 @@
 # Installing and packaging. `cmake --install` of the host tree installs the three programs and
 # the documentation; of a cross tree, the process alone (the tools are bench programs of the
 # PC). `cpack` in a build tree makes its .deb from the same install rules: the host tree gives
-# metadatamgr-tools (native), the ppc tree metadatamgr (powerpc). Both programs go in stripped;
-# their debug info goes into a -dbgsym package beside them, found by build-id. The manual
-# pages, shell completion, copyright and changelog come from packaging/.
+# metadatamgr-tools (for the PC it is built on), the ppc tree metadatamgr (powerpc). Both
+# programs go in stripped; their debug info goes into a -dbgsym package beside them, found by
+# build-id. The manual pages, shell completion, copyright and changelog come from packaging/.
 include(GNUInstallDirs)
 
 if(CMAKE_CROSSCOMPILING)
