@@ -10,7 +10,7 @@ build=$1
 cpack=$2
 
 missing=""
-for tool in lintian dpkg-deb groff man gzip; do
+for tool in lintian dpkg-deb dpkg-parsechangelog groff man gzip; do
     command -v "$tool" >/dev/null 2>&1 || missing="$missing $tool"
 done
 if grep -q '^HELP2MAN_EXECUTABLE:FILEPATH=.*NOTFOUND' "$build/CMakeCache.txt"; then
@@ -36,6 +36,13 @@ lintian --fail-on error,warning "${packages[@]}" >"$work/lintian.log" 2>&1 ||
     fail "lintian: $(grep -v '^running with root' "$work/lintian.log")"
 dpkg-deb -x "$work"/out/*.deb "$work/root"
 root=$work/root
+
+# The changelog's entry is the package's version, in a form dpkg reads without a complaint.
+package=$(dpkg-deb -f "$work"/out/*.deb Package)
+zcat "$root/usr/share/doc/$package/changelog.Debian.gz" >"$work/changelog"
+changelog=$(dpkg-parsechangelog -l "$work/changelog" -S Version 2>&1)
+[[ $changelog == $(dpkg-deb -f "$work"/out/*.deb Version) ]] ||
+    fail "the changelog says $changelog, the package $(dpkg-deb -f "$work"/out/*.deb Version)"
 
 # Pages: each program has one, and groff and man render it without a word on standard error.
 for program in "$root"/usr/bin/*; do
