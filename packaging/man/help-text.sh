@@ -11,12 +11,12 @@ set -eu
 mode=$1
 version=$2
 shift 2
-eval "option=\${$#}"
 program=""
 while [ $# -gt 1 ]; do
     program="$program '$1'"
     shift
 done
+option=$1
 
 case "$mode:$option" in
     process:--version)

@@ -83,7 +83,7 @@ options_of() {
 expect_all() {
     local missing
     missing=$(comm -23 <(sort -u <<<"$2") <(sort -u <<<"$3"))
-    [[ -z $missing ]] || fail "$1 lacks:" $missing
+    [[ -z $missing ]] || fail "$1 lacks: ${missing//$'\n'/ }"
 }
 
 mdstore=$root/usr/bin/mdstore
@@ -94,7 +94,7 @@ verbs=$("$mdstore" --help | sed -n '/^Verbs:/,/^$/s/^  \([a-z][a-z-]*\) .*/\1/p'
 [[ $(wc -l <<<"$verbs") -ge 10 ]] || fail "mdstore --help lists no verbs: $verbs"
 expect_all "mdstore <TAB>" "$verbs"$'\n--help\n--version' "$(candidates _mdstore mdstore '')"
 expect_all "the mdstore page" "$verbs" "$(grep -oE '^MDSTORE [A-Z-]+$' <<<"$mdstore_page" |
-    cut -d' ' -f2 | tr A-Z a-z)"
+    cut -d' ' -f2 | tr '[:upper:]' '[:lower:]')"
 for verb in $verbs; do
     options=$("$mdstore" "$verb" --help | options_of)
     expect_all "mdstore $verb -<TAB>" "$options" "$(candidates _mdstore mdstore "$verb" -)"
@@ -109,7 +109,9 @@ expect_all "--format <TAB>" "$(tr '|' '\n' <<<"$formats")" \
     fail "--format=g<TAB>: $(candidates _mdstore mdstore export --format = g)"
 [[ $(candidates _mdstore mdstore ex) == export ]] || fail "mdstore ex<TAB>"
 kinds=$(candidates _mdstore mdstore cat --kind '')
-grep -qx ReportGps <<<"$kinds" && grep -qx TimeAnchor <<<"$kinds" || fail "--kind <TAB>: $kinds"
+if ! grep -qx ReportGps <<<"$kinds" || ! grep -qx TimeAnchor <<<"$kinds"; then
+    fail "--kind <TAB>: $kinds"
+fi
 for kind in $kinds; do
     # 2: the store cannot be read, after the options were taken; 1 would be a usage error.
     "$mdstore" cat --kind "$kind" "$work/none" 2>/dev/null
