@@ -142,28 +142,31 @@ bool DataStoreJournal::ExaminePrevious() {
         if (!mdj::ReadWholeFile(last.path, data)) {
             return false;
         }
-        mdj::SegmentScanner scanner(data.data(), data.size());
-        std::uint8_t lastOp = 0;
-        bool anyRecord = false;
-        for (mdj::SegmentScanner::Event event = scanner.Next();
-             event.kind != mdj::SegmentScanner::kEnd; event = scanner.Next()) {
-            // Anchors are the store's own bookkeeping, not how the run ended.
-            if (event.kind == mdj::SegmentScanner::kRecord &&
-                event.record.op != mdj::kOpTimeAnchor) {
-                anyRecord = true;
-                lastOp = event.record.op;
-                previousLastTick_ = event.record.stamp;
-            }
-        }
-        if (!scanner.HeaderOk() && !anyRecord) {
+        if (data.size() < mdj::kSegmentHeaderSize) {
             // Created but cut off before its header was whole: nothing in it to keep.
             unlink(last.path.c_str());
             unlink(mdj::IndexPath(last.path).c_str());
             files.pop_back();
             continue;
         }
-        if (scanner.GoodEnd() < data.size() &&
-            !CutFile(last.path, static_cast<off_t>(scanner.GoodEnd()))) {
+        mdj::SegmentScanner scanner(data.data(), data.size());
+        std::uint8_t lastOp = 0;
+        for (mdj::SegmentScanner::Event event = scanner.Next();
+             event.kind != mdj::SegmentScanner::kEnd; event = scanner.Next()) {
+            // Anchors are the store's own bookkeeping, not how the run ended.
+            if (event.kind == mdj::SegmentScanner::kRecord &&
+                event.record.op != mdj::kOpTimeAnchor) {
+                lastOp = event.record.op;
+                previousLastTick_ = event.record.stamp;
+            }
+        }
+        if (!scanner.HeaderOk()) {
+            // Its records are still read past the header: it is kept whole, torn end and all,
+            // for mdstore to tell and read.
+            std::fprintf(stderr, "DataStore: segment %s has a damaged header; left as it is\n",
+                         last.path.c_str());
+        } else if (scanner.GoodEnd() < data.size() &&
+                   !CutFile(last.path, static_cast<off_t>(scanner.GoodEnd()))) {
             std::fprintf(stderr, "DataStore: cannot cut the torn end of %s: %s\n",
                          last.path.c_str(), std::strerror(errno));
         }

@@ -32,14 +32,13 @@ void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], const SegmentHea
     PutBe32(out + 20, Crc32c(0, out, 20));
 }
 
+bool StartsWithSegmentMagic(const unsigned char* data, std::size_t size) {
+    return std::memcmp(data, kSegmentMagic, std::min(size, sizeof kSegmentMagic)) == 0;
+}
+
 bool ParseSegmentHeader(const unsigned char* data, std::size_t size, SegmentHeader& header) {
-    if (size < kSegmentHeaderSize) {
+    if (size < kSegmentHeaderSize || !StartsWithSegmentMagic(data, size)) {
         return false;
-    }
-    for (int i = 0; i < 4; ++i) {
-        if (data[i] != kSegmentMagic[i]) {
-            return false;
-        }
     }
     if (GetBe16(data + 4) != kFormatVersion || GetBe16(data + 6) != 0 ||
         GetBe32(data + 20) != Crc32c(0, data, 20)) {

@@ -33,6 +33,9 @@ struct SegmentHeader {
 void PutSegmentHeader(unsigned char (&out)[kSegmentHeaderSize], const SegmentHeader& header);
 // False when the header is damaged or of another version.
 bool ParseSegmentHeader(const unsigned char* data, std::size_t size, SegmentHeader& header);
+// True when the `size` bytes at `data` begin with the segment magic, or with as much of it as
+// they hold: all a reader has to tell a damaged segment from a file of another kind.
+bool StartsWithSegmentMagic(const unsigned char* data, std::size_t size);
 // A fresh identity, never 0.
 std::uint64_t NewStoreIdentity();
 

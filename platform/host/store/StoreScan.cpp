@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cstdio>
+#include <cstring>
 
 #include "JournalFormat.h"
 
@@ -15,8 +16,10 @@ struct Candidate {
     SegmentFile file;
     bool regular = false;  // a plain file (not a link, directory, FIFO ...)
     bool parsed = false;
-    bool whole = false;  // at least a header's worth of bytes
+    std::size_t size = 0;  // of the bytes read, at most a header's worth
+    unsigned char bytes[kSegmentHeaderSize] = {};
     SegmentHeader header;
+    bool Whole() const { return size == kSegmentHeaderSize; }
 };
 
 void ReadHeader(Candidate& candidate) {
@@ -31,18 +34,34 @@ void ReadHeader(Candidate& candidate) {
         return;
     }
     candidate.regular = true;
-    unsigned char bytes[kSegmentHeaderSize];
-    std::size_t got = 0;
-    while (got < sizeof bytes) {
-        const ssize_t n = read(fd, bytes + got, sizeof bytes - got);
+    std::size_t& got = candidate.size;
+    while (got < kSegmentHeaderSize) {
+        const ssize_t n = read(fd, candidate.bytes + got, kSegmentHeaderSize - got);
         if (n <= 0) {
             break;
         }
         got += static_cast<std::size_t>(n);
     }
     close(fd);
-    candidate.whole = got == sizeof bytes;
-    candidate.parsed = ParseSegmentHeader(bytes, got, candidate.header);
+    candidate.parsed = ParseSegmentHeader(candidate.bytes, got, candidate.header);
+}
+
+// Whether a file whose header does not parse, in the place of segment `number` of the store
+// `identity` (0: not known yet), is still the store's own. A whole header must begin with the
+// magic: damage past it. Fewer bytes were a header being written when the power went: none,
+// zeros (space given before the data), or the start of the very header the store writes there.
+bool DamagedOrUnfinished(const Candidate& c, std::uint64_t identity, std::uint32_t number) {
+    if (!c.regular || c.Whole()) {
+        return c.regular && StartsWithSegmentMagic(c.bytes, c.size);
+    }
+    const unsigned char zeros[kSegmentHeaderSize] = {};
+    unsigned char expected[kSegmentHeaderSize];
+    PutSegmentHeader(expected, SegmentHeader{identity, number});
+    if (identity == 0) {  // the identity, and the CRC over it, are not known
+        std::memcpy(expected + 8, c.bytes + 8, 8);
+        std::memcpy(expected + 20, c.bytes + 20, 4);
+    }
+    return std::memcmp(c.bytes, zeros, c.size) == 0 || std::memcmp(c.bytes, expected, c.size) == 0;
 }
 
 std::string Why(const Candidate& c, std::uint64_t identity) {
@@ -50,7 +69,9 @@ std::string Why(const Candidate& c, std::uint64_t identity) {
         return "not a plain file";
     }
     if (!c.parsed) {
-        return "no segment header of this format";
+        return c.Whole() && StartsWithSegmentMagic(c.bytes, c.size)
+                   ? "a damaged segment header, out of sequence"
+                   : "no segment header of this format";
     }
     if (c.header.identity != identity) {
         return "a segment of another store (a copy?)";
@@ -101,18 +122,17 @@ bool ScanStore(const std::string& basePath, StoreListing& listing) {
         for (std::size_t i = newest; i-- > 0 && all[i].file.number + 1 == expected;) {
             const Candidate& c = all[i];
             expected = c.file.number;
-            // A header that does not parse inside the run is this store's, damaged.
-            own[i] = c.regular && (!c.parsed || (c.header.identity == listing.identity &&
-                                                 c.header.number == c.file.number));
+            own[i] = c.parsed ? c.regular && c.header.identity == listing.identity &&
+                                    c.header.number == c.file.number
+                              : DamagedOrUnfinished(c, listing.identity, c.file.number);
         }
     }
-    // A segment cut off before its header was whole, right after the store's newest (or as
-    // the first of a new store), was being created when the power went.
+    // Right after the store's newest (or as the first of a new store): its segment whose header
+    // was damaged, or the one being created when the power went.
     const std::uint32_t next = newest < all.size() ? all[newest].file.number + 1 : 1;
     const std::size_t after = newest < all.size() ? newest + 1 : 0;
-    if (after < all.size() && all[after].regular && !all[after].whole &&
-        all[after].file.number == next) {
-        own[after] = true;
+    if (after < all.size() && all[after].file.number == next && !all[after].parsed) {
+        own[after] = DamagedOrUnfinished(all[after], listing.identity, next);
     }
     for (std::size_t i = 0; i < all.size(); ++i) {
         if (own[i]) {

@@ -53,23 +53,46 @@ TEST(StoreDamage, AJournalCutAnywhereReadsEveryRecordBeforeTheCutAndOpenCutsTheT
     }
 
     // A store whose last segment was cut mid-record: Open cuts it back to the last whole
-    // record, tells that the run before ended uncleanly, and goes on in a new segment.
-    for (std::size_t cut :
-         {original.records[5].end + 3, original.records[20].end + 17, whole.size() - 1}) {
-        std::size_t good = 0;
-        for (const ReadRecord& r : original.records) {
-            good = r.end <= cut ? r.end : good;
-        }
+    // record, tells that the run before ended uncleanly, and goes on in a new segment. A short
+    // file after it is removed when it could be a header being written, else left alone; a
+    // newest segment whose header is damaged is kept whole, torn end and all, and read.
+    std::string damaged = whole, otherStore = whole.substr(0, 13);  // (as far as segment 2's)
+    damaged[19] ^= 3;    // names segment 2, with the CRC of the header naming 1
+    otherStore[9] ^= 1;  // another identity
+    const std::size_t end = whole.size();
+    const struct {
+        std::size_t good, torn;  // segment 1: its good records and a torn end
+        std::string next;        // segment 2
+        bool kept;               // else removed (and made anew)
+        std::size_t problems;
+    } stores[] = {
+        {original.records[5].end, 3, "", false, 0},
+        {original.records[20].end, 17, std::string(10, '\0'), false, 0},
+        {original.records[26].end, 5, whole.substr(0, 13), false, 0},
+        {end, 0, damaged.substr(0, end - 3), true, 2},
+        {end, 0, damaged.substr(0, mdj::kSegmentHeaderSize), true, 1},
+        {end, 0, "garbage", true, 0},
+        {end, 0, otherStore, true, 0},
+    };
+    for (const auto& s : stores) {
         StoreDir torn;
-        const std::string tornSegment = torn.base + segment.substr(dir.base.size());
-        WriteBytes(tornSegment, whole.substr(0, cut));
+        const std::string first = mdj::SegmentPath(torn.base, 1),
+                          next = mdj::SegmentPath(torn.base, 2);
+        WriteBytes(first, whole.substr(0, s.good + s.torn));
+        WriteBytes(next, s.next);
         DataStoreNormal store(torn.base);
         ASSERT_TRUE(store.Open());
         store.ReportShutdownDataAtStartup();
         store.Close();
-        EXPECT_EQ(good, ReadFileText(tornSegment).size()) << "cut at " << cut;
+        EXPECT_EQ(s.good, ReadFileText(first).size()) << s.torn;
+        EXPECT_EQ(s.kept, ReadFileText(next) == s.next) << s.next.size();
+        const std::string newest = torn.Segments().back();
+        EXPECT_EQ(mdj::SegmentPath(torn.base, s.kept ? 3 : 2), newest);
         const ReadResult after(torn.base);
-        EXPECT_TRUE(after.problems.empty());
+        EXPECT_EQ(s.problems, after.problems.size()) << s.next.size();
+        EXPECT_EQ(ReadResult(first).records.size() + ReadResult(newest).records.size() +
+                      (s.kept ? ReadResult(next).records.size() : 0),
+                  after.records.size());
         ASSERT_FALSE(after.records.empty());
         const ReadRecord& startup = after.records.back();
         ASSERT_EQ(1, startup.op);
@@ -116,14 +139,13 @@ TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
     EXPECT_GE(after.records.size() + 4, before.records.size());
     EXPECT_TRUE(after.records.back() == before.records.back());
 
-    const std::string mdstore = ProgramPath("mdstore");
-    EXPECT_EQ(2, RunProgram({mdstore, "verify", big.base}, {}, big.env.Root()).exitCode);
-    EXPECT_EQ(0, RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root()).exitCode);
-    const ProgramResult info = RunProgram({mdstore, "info", big.base}, {}, big.env.Root());
+    EXPECT_EQ(2, RunMdstore({"verify", big.base}, big.env.Root()).exitCode);
+    EXPECT_EQ(0, RunMdstore({"verify", dir.base}, dir.env.Root()).exitCode);
+    const ProgramResult info = RunMdstore({"info", big.base}, big.env.Root());
     EXPECT_EQ(0, info.exitCode);
     EXPECT_NE(std::string::npos, info.out.find("damage: 1 places")) << info.out;
-    // verify names each kind of damage where it lies; a segment without its header is no
-    // segment of the store (its files are told apart by it) and is named, not judged.
+    // verify names each kind of damage where it lies; a file without the magic is no segment
+    // of the store (its files are told apart by it) and is named, not judged.
     const struct {
         std::string bytes;  // the segment's new contents
         int exit;
@@ -132,10 +154,13 @@ TEST(StoreDamage, EveryFlippedBitIsNoticedAndReadingResumesAfterIt) {
         {whole.substr(0, whole.size() - 3), 2, "torn or damaged end at offset"},
         {std::string(1, static_cast<char>(whole[0] ^ 1)) + whole.substr(1), 0,
          "foreign file " + segment + ": no segment header of this format"},
+        {"garbage", 0, "foreign file " + segment + ": no segment header of this format"},
+        {whole.substr(0, 6) + static_cast<char>(whole[6] ^ 4) + whole.substr(7), 2,
+         "DAMAGE " + segment + ": damaged segment header at offset 0"},
     };
     for (const auto& d : damages) {
         WriteBytes(segment, d.bytes);
-        const ProgramResult verify = RunProgram({mdstore, "verify", dir.base}, {}, dir.env.Root());
+        const ProgramResult verify = RunMdstore({"verify", dir.base}, dir.env.Root());
         EXPECT_EQ(d.exit, verify.exitCode) << verify.out;
         EXPECT_NE(std::string::npos, verify.out.find(d.says)) << verify.out;
     }
