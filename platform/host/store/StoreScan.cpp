@@ -48,15 +48,20 @@ void ReadHeader(Candidate& candidate) {
 
 // Whether a file whose header does not parse, in the place of segment `number` of the store
 // `identity` (0: not known yet), is still the store's own. A whole header must begin with the
-// magic: damage past it. Fewer bytes were a header being written when the power went: none,
-// zeros (space given before the data), or the start of the very header the store writes there.
+// magic, or name this store and this segment number (a damaged magic): damage elsewhere in it.
+// Fewer bytes were a header being written when the power went: none, zeros (space given before
+// the data), or the start of the very header the store writes there.
 bool DamagedOrUnfinished(const Candidate& c, std::uint64_t identity, std::uint32_t number) {
-    if (!c.regular || c.Whole()) {
-        return c.regular && StartsWithSegmentMagic(c.bytes, c.size);
+    if (!c.regular) {
+        return false;
     }
-    const unsigned char zeros[kSegmentHeaderSize] = {};
     unsigned char expected[kSegmentHeaderSize];
     PutSegmentHeader(expected, SegmentHeader{identity, number});
+    if (c.Whole()) {
+        return StartsWithSegmentMagic(c.bytes, c.size) ||
+               (identity != 0 && std::memcmp(c.bytes + 8, expected + 8, 12) == 0);
+    }
+    const unsigned char zeros[kSegmentHeaderSize] = {};
     if (identity == 0) {  // the identity, and the CRC over it, are not known
         std::memcpy(expected + 8, c.bytes + 8, 8);
         std::memcpy(expected + 20, c.bytes + 20, 4);

@@ -59,6 +59,8 @@ TEST(StoreDamage, AJournalCutAnywhereReadsEveryRecordBeforeTheCutAndOpenCutsTheT
     std::string damaged = whole, otherStore = whole.substr(0, 13);  // (as far as segment 2's)
     damaged[19] ^= 3;    // names segment 2, with the CRC of the header naming 1
     otherStore[9] ^= 1;  // another identity
+    std::string magicless = damaged;
+    magicless[0] ^= 1;  // still names this store and segment 2
     const std::size_t end = whole.size();
     const struct {
         std::size_t good, torn;  // segment 1: its good records and a torn end
@@ -71,6 +73,7 @@ TEST(StoreDamage, AJournalCutAnywhereReadsEveryRecordBeforeTheCutAndOpenCutsTheT
         {original.records[26].end, 5, whole.substr(0, 13), false, 0},
         {end, 0, damaged.substr(0, end - 3), true, 2},
         {end, 0, damaged.substr(0, mdj::kSegmentHeaderSize), true, 1},
+        {end, 0, magicless.substr(0, mdj::kSegmentHeaderSize), true, 1},
         {end, 0, "garbage", true, 0},
         {end, 0, otherStore, true, 0},
     };
