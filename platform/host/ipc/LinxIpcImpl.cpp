@@ -351,105 +351,106 @@ void LinxIpcImpl::Dispatch(const IpcMessage& message) {
     }
 }
 
-int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& sender,
-                         IpcMessage* out) {
-    if (fd_ < 0) {
-        return LinxIpc::kError;
-    }
-    const bool any = type == 0 && sender.empty();
-    IpcMessage& target = out != nullptr ? *out : current_;
-    // What was read before and held back is older than anything still in the socket.
-    std::size_t held = any ? backlog_.First() : backlog_.Find(type, sender);
+bool LinxIpcImpl::Matches(const Wanted& wanted, const hostipc::FrameView& frame) {
+    return hostipc::TypeMatches(wanted.type, frame.type) &&
+           (wanted.sender.empty() ||
+            (wanted.sender.size() == frame.senderLength &&
+             std::memcmp(wanted.sender.data(), frame.sender, frame.senderLength) == 0));
+}
+
+bool LinxIpcImpl::TakeHeld(const Wanted& wanted, IpcMessage& target) {
+    std::size_t held = wanted.any ? backlog_.First() : backlog_.Find(wanted.type, wanted.sender);
     // A sync request held back is answered when its turn comes: what came before it is handled.
-    while (any && held != hostipc::Backlog::kNone &&
+    while (wanted.any && held != hostipc::Backlog::kNone &&
            backlog_.TypeAt(held) == hostipc::kSyncRequest) {
         backlog_.Drop(held, senderScratch_);
         AnswerSync();
         held = backlog_.First();
     }
-    if (held != hostipc::Backlog::kNone) {
-        backlog_.Take(held, target, senderScratch_);
-    } else {
-        const unsigned long long deadline =
-            timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
-        // Nothing came within the grace and what was kept for writing has been written.
-        bool idle = false;
-        for (;;) {
-            // A selective receive stops reading at the bound: the rest stays in the socket and
-            // its senders wait, and what it waits for cannot get past them before the loop has
-            // taken what is held.
-            if (!backlog_.HasRoom()) {
-                if (!backlogFullLogged_) {
-                    std::fprintf(stderr,
-                                 "LinxIpc: %s holds back %zu messages (%zu bytes) while waiting "
-                                 "for type %#x from '%s'; the rest waits in its queue\n",
-                                 name_.c_str(), backlog_.Count(), backlog_.Bytes(), type,
-                                 sender.c_str());
-                    backlogFullLogged_ = true;
-                }
+    if (held == hostipc::Backlog::kNone) {
+        return false;
+    }
+    backlog_.Take(held, target, senderScratch_);
+    return true;
+}
+
+void LinxIpcImpl::LogBacklogFull(const Wanted& wanted) {
+    if (backlogFullLogged_) {
+        return;
+    }
+    std::fprintf(stderr,
+                 "LinxIpc: %s holds back %zu messages (%zu bytes) while waiting for type %#x "
+                 "from '%s'; the rest waits in its queue\n",
+                 name_.c_str(), backlog_.Count(), backlog_.Bytes(), wanted.type,
+                 wanted.sender.c_str());
+    backlogFullLogged_ = true;
+}
+
+bool LinxIpcImpl::WaitedOut(bool& idle, bool shortWait, int waitMs, int remaining) {
+    // Also when the time-out is already over: the caller is about to get on with its pass,
+    // maybe to wait again at once, and what it stored must not wait.
+    if (!idle) {
+        hostsystem::WritePending();
+        idle = true;
+    }
+    struct pollfd ready = {fd_, POLLIN, 0};
+    if (shortWait && ::poll(&ready, 1, waitMs) > 0) {
+        return false;
+    }
+    return waitMs == remaining;
+}
+
+int LinxIpcImpl::ReadUntilMatch(int timeoutMs, const Wanted& wanted, IpcMessage& target) {
+    const unsigned long long deadline =
+        timeoutMs < 0 ? 0 : hostsystem::MonotonicMs() + static_cast<unsigned int>(timeoutMs);
+    // Nothing came within the grace and what was kept for writing has been written.
+    bool idle = false;
+    for (;;) {
+        // A selective receive stops reading at the bound: the rest stays in the socket and its
+        // senders wait, and what it waits for cannot get past them before the loop has taken
+        // what is held.
+        if (!backlog_.HasRoom()) {
+            LogBacklogFull(wanted);
+            return LinxIpc::kTimeout;
+        }
+        int remaining = -1;
+        if (timeoutMs >= 0) {
+            const unsigned long long now = hostsystem::MonotonicMs();
+            remaining = now >= deadline ? 0 : static_cast<int>(deadline - now);
+        }
+        // One blocking recv per message: it returns at once when something waits. Only the
+        // first kIdleGraceMs are waited without writing: a sender pausing for a moment in a
+        // flood costs no write, a process about to sit idle leaves nothing unwritten.
+        const int waitMs =
+            idle || (remaining >= 0 && remaining <= kIdleGraceMs) ? remaining : kIdleGraceMs;
+        // SO_RCVTIMEO counts in scheduler ticks: a short wait (peers polling several endpoints
+        // in turn) is timed by poll instead.
+        const bool shortWait = waitMs > 0 && waitMs <= kIdleGraceMs && waitMs == remaining;
+        hostipc::FrameView frame;
+        const Read read = ReadOne(frame, shortWait ? 0 : waitMs);
+        if (read == Read::kFailed) {
+            return LinxIpc::kError;
+        }
+        if (read == Read::kGot && wanted.any && frame.type == hostipc::kSyncRequest) {
+            senderScratch_.assign(frame.sender, frame.senderLength);
+            AnswerSync();
+            // Answered in the call's last look: a flood of them ends it like silence.
+            if (remaining == 0) {
                 return LinxIpc::kTimeout;
             }
-            int remaining = -1;
-            if (timeoutMs >= 0) {
-                const unsigned long long now = hostsystem::MonotonicMs();
-                remaining = now >= deadline ? 0 : static_cast<int>(deadline - now);
+        } else if (read == Read::kGot) {
+            if (Matches(wanted, frame)) {
+                Fill(target, frame);
+                return 0;
             }
-            // One blocking recv per message: it returns at once when something waits. Only
-            // the first kIdleGraceMs are waited without writing: a sender pausing for a moment
-            // in a flood costs no write, a process about to sit idle leaves nothing unwritten.
-            const int waitMs =
-                idle || (remaining >= 0 && remaining <= kIdleGraceMs) ? remaining : kIdleGraceMs;
-            // SO_RCVTIMEO counts in scheduler ticks: a short wait (peers polling several
-            // endpoints in turn) is timed by poll instead.
-            const bool shortWait = waitMs > 0 && waitMs <= kIdleGraceMs && waitMs == remaining;
-            hostipc::FrameView frame;
-            const Read read = ReadOne(frame, shortWait ? 0 : waitMs);
-            if (read == Read::kFailed) {
-                return LinxIpc::kError;
-            }
-            if (read == Read::kGot && any && frame.type == hostipc::kSyncRequest) {
-                senderScratch_.assign(frame.sender, frame.senderLength);
-                AnswerSync();
-                // Answered in the call's last look: a flood of them ends it like silence.
-                if (remaining == 0) {
-                    return LinxIpc::kTimeout;
-                }
-                continue;
-            }
-            if (read == Read::kGot) {
-                if (hostipc::TypeMatches(type, frame.type) &&
-                    (sender.empty() ||
-                     (sender.size() == frame.senderLength &&
-                      std::memcmp(sender.data(), frame.sender, frame.senderLength) == 0))) {
-                    Fill(target, frame);
-                    break;
-                }
-                backlog_.Push(frame);
-                continue;
-            }
-            if (read == Read::kEmpty) {
-                // Also when the time-out is already over: the caller is about to get on with
-                // its pass, maybe to wait again at once, and what it stored must not wait.
-                if (!idle) {
-                    hostsystem::WritePending();
-                    idle = true;
-                }
-                struct pollfd ready = {fd_, POLLIN, 0};
-                if (shortWait && ::poll(&ready, 1, waitMs) > 0) {
-                    continue;
-                }
-                if (waitMs == remaining) {
-                    return LinxIpc::kTimeout;
-                }
-            }
+            backlog_.Push(frame);
+        } else if (read == Read::kEmpty && WaitedOut(idle, shortWait, waitMs, remaining)) {
+            return LinxIpc::kTimeout;
         }
     }
-    if (backlog_.Empty()) {
-        backlogFullLogged_ = false;
-    }
-    if (out != nullptr) {
-        return 0;
-    }
+}
+
+int LinxIpcImpl::Deliver(bool any) {
     if (any && backlog_.Empty() && current_.GetSender() == stateMgrName_) {
         ReadAhead();
     }
@@ -471,6 +472,26 @@ int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& se
     Dispatch(notice_);
     active_ = &current_;
     return LinxIpc::kShutdown;
+}
+
+int LinxIpcImpl::Receive(int timeoutMs, unsigned int type, const std::string& sender,
+                         IpcMessage* out) {
+    if (fd_ < 0) {
+        return LinxIpc::kError;
+    }
+    const Wanted wanted = {type, sender, type == 0 && sender.empty()};
+    IpcMessage& target = out != nullptr ? *out : current_;
+    // What was read before and held back is older than anything still in the socket.
+    if (!TakeHeld(wanted, target)) {
+        const int read = ReadUntilMatch(timeoutMs, wanted, target);
+        if (read != 0) {
+            return read;
+        }
+    }
+    if (backlog_.Empty()) {
+        backlogFullLogged_ = false;
+    }
+    return out != nullptr ? 0 : Deliver(wanted.any);
 }
 
 void LinxIpcImpl::SetHandler(unsigned int type, LinxHandler function, void* context) {
