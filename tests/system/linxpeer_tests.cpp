@@ -42,6 +42,89 @@ ProgramResult RunPeer(const TestEnv& env, const std::string& name, const std::st
     return StartPeer(env, name, scenario)->Wait(kRunMs);
 }
 
+const unsigned int kOne = 1;
+const bool kLittle = *reinterpret_cast<const unsigned char*>(&kOne) == 1;
+// A capture's first line for this host's payloads, and the byte order it does not have.
+const std::string kHead = "linxpeer-capture 1 ";
+const std::string kCapture = kHead + (kLittle ? "little" : "big");
+const std::string kOther = kLittle ? "big" : "little";
+const std::string kRole = "role A B\n";
+
+// What linxpeer cannot play, and what it says.
+const struct Refusal {
+    std::vector<std::string> args;  // "S": the scenario `text`, "C": the capture `text`
+    std::string text;
+    int exit;
+    std::string says;
+    std::string never = "";  // must not be said
+} kRefusals[] = {
+    {{"-t", "x", "S"}, "", 2, "linxpeer: --timeout needs milliseconds (linxpeer --help"},
+    {{"--speed", "0", "S"}, "", 2, "--speed needs a factor above 0, or max"},
+    {{"--bogus"}, "", 2, "linxpeer: unknown option"},
+    {{"S", "S"}, "", 2, "one scenario at most"},
+    {{"--replay", "C", "S"}, "", 2, "--replay plays a capture alone"},
+    {{}, "", 2, "nothing to play: give a scenario, --name, --process, --vehicle or --replay"},
+    {{"missing.scenario"}, "", 2, "cannot read missing.scenario"},
+    {{"--capture", "no/such/dir", "S"}, "", 2, "cannot write no/such/dir: No such file"},
+    {{"S"}, "echo \"open\n", 2, "s.scenario:1: unterminated quote"},
+    // Every bad line is told, and nothing runs.
+    {{"S"}, "expct 13504", 2, "s.scenario:1: unknown step 'expct'"},
+    {{"S"}, "echo first\nexpct 13504\nsend", 2, "s.scenario:3: usage: send", "first"},
+    {{"S"}, kRole + "send as A B NoSuchType", 2, ":2: unknown message type 'NoSuchType'"},
+    {{"S"}, kRole + "send as A B 4711 u8:x", 2, ":2: field 'u8:x': not a u8 number"},
+    {{"S"}, kRole + "send as A B 4711 u8", 2, "field 'u8' is not KIND:VALUE"},
+    {{"S"}, kRole + "send as A B 4711 textN:x", 2, "field 'textN:x' is not textN:LEN:TEXT"},
+    {{"S"}, kRole + "send as A B 4711 hex:abc", 2, "'hex:abc': hex needs pairs of hex digits"},
+    {{"S"}, kRole + "send as A B 4711 f32:1", 2, "field 'f32:1': unknown kind 'f32'"},
+    {{"S"}, "serve TempHal x TempStatus", 2, ":1: ITEM must be a number"},
+    {{"S"}, "serve TempHal 0 NoClass", 2, ":1: unknown item class 'NoClass'"},
+    {{"S"},
+     "serve TempHal 0 TempStatus tick=1 x=1",
+     2,
+     "'x=1' is not FIELD=VALUE of TempStatus (fields: temperature0 temperature1 "
+     "temperature2 temperature3 tick)"},
+    {{"S"}, "serve TempHal 0 TempStatus tick=x", 2, "'tick=x': value not accepted"},
+    {{"S"}, "serve TempHal 0 TempStatus\npush TempHal 3", 2, ":2: TempHal does not serve item 3"},
+    {{"S"}, "serve TempHal 0 TempStatus\nsubscribers TempHal x 1", 2, "ITEM and N must be numbers"},
+    {{"S"}, "statemgr fullrun=2", 2, ":1: 'fullrun=2' is not flag=N or fullrun=0|1"},
+    {{"S"}, kRole + "died A Nowhere", 2, ":2: unknown process 'Nowhere'"},
+    {{"S"}, kRole + "subscribe as A TempHal x 1 BoolItem", 2, "ITEM and NOTIFYID must be numbers"},
+    {{"S"}, kRole + "subscribe as A TempHal 0 1 NoClass", 2, ":2: unknown item class 'NoClass'"},
+    {{"S"}, "restart Nobody", 2, ":1: no role Nobody to restart"},
+    {{"S"}, "watchdog 19 asleep", 2, "watchdog state must be alive, expired or absent"},
+    {{"S"}, "wait x", 2, ":1: wait needs milliseconds"},
+    {{"S"}, "expect within x", 2, ":1: within needs milliseconds"},
+    {{"S"}, "expect 4711 u8@x=1", 2, "check 'u8@x=1': bad offset"},
+    {{"S"}, "expect 4711 len=x", 2, "check 'len=x': length is not a number"},
+    {{"S"}, "expect 4711 q@0=1", 2, "check 'q@0=1': unknown kind 'q'"},
+    {{"S"}, "expect 4711 u8@0=x", 2, "check 'u8@0=x': bad value for u8"},
+    {{"S"}, "expect 4711 foo", 2, "'foo' is neither a message type nor a check"},
+    // Every kind of number goes out and is read back at its offset.
+    {{"S"},
+     kRole + "send as A B 4711 i8:-1 u16:513 i32:-5 u32:7 i16:-2\n"
+             "expect 4711 to B i8@0=-1 u16@1=513 i32@3=-5 u32@7=7 i16@11=-2 len=13\nprint",
+     0,
+     "recv B <- A 4711 len=13 hex=ff"},
+    {{"--replay", "missing.capture"}, "", 2, "error capture:0: cannot read missing.capture"},
+    {{"--replay", "C"}, "nonsense", 2, "/c.capture is not a linxpeer capture"},
+    {{"--replay", "C"}, kHead + kOther, 2, ":1: the capture's payloads are " + kOther},
+    {{"--replay", "C"}, kCapture + "\nx recv", 2, "error capture:2: not a capture line"},
+    {{"--replay", "C"}, kCapture + "\n5 recv A", 2, ":2: usage: MS recv ROLE OTHER TYPE HEX"},
+    {{"--replay", "C"}, kCapture + "\n5 sync A", 2, "capture:2: usage: MS sync ROLE OTHER"},
+    {{"--replay", "C"}, kCapture + "\n5 open", 2, "capture:2: usage: MS open ROLE"},
+    {{"--replay", "C"}, kCapture + "\n5 bogus A", 2, "capture:2: unknown line '5 bogus A'"},
+    {{"--replay", "C"},
+     kCapture + "\n5 sent A B " + std::to_string(LinxIpc::kSubscribeReply) + " 0001",
+     2,
+     "capture:2: subscribe reply too short"},
+    {{"-t", "200", "--replay", "C"},
+     kCapture + "\n0 open A\n5 recv A B 77 -",
+     1,
+     "FAIL capture:3: A did not receive 77 from B within 200 ms"},
+    {{"--help"}, "", 0, "  subscribers PROCESS ITEM N [within MS]"},
+    {{"--help"}, "", 0, "  MetadataToFile             13490      text1024 u32 u32"},
+};
+
 }  // namespace
 
 // One linxpeer serves a temperature item and refuses another; the others subscribe under the
@@ -166,99 +249,7 @@ TEST(Linxpeer, StateManagerHandshakeWithAPlayedProcess) {
 // runs. A replay that misses a message fails (exit 1). --help names every step and message.
 TEST(Linxpeer, RefusesWhatItCannotPlayWithTheReason) {
     TestEnv env;
-    const unsigned int one = 1;
-    const bool little = *reinterpret_cast<const unsigned char*>(&one) == 1;
-    const std::string capture = std::string("linxpeer-capture 1 ") + (little ? "little" : "big");
-    const std::string role = "role A B\n";
-    const struct {
-        std::vector<std::string> args;  // "S": the scenario `text`, "C": the capture `text`
-        std::string text;
-        int exit;
-        std::string says;
-        std::string never = "";  // must not be said
-    } cases[] = {
-        {{"-t", "x", "S"}, "", 2, "linxpeer: --timeout needs milliseconds (linxpeer --help"},
-        {{"--speed", "0", "S"}, "", 2, "--speed needs a factor above 0, or max"},
-        {{"--bogus"}, "", 2, "linxpeer: unknown option"},
-        {{"S", "S"}, "", 2, "one scenario at most"},
-        {{"--replay", "C", "S"}, "", 2, "--replay plays a capture alone"},
-        {{}, "", 2, "nothing to play: give a scenario, --name, --process, --vehicle or --replay"},
-        {{"missing.scenario"}, "", 2, "cannot read missing.scenario"},
-        {{"--capture", "no/such/dir", "S"}, "", 2, "cannot write no/such/dir: No such file"},
-        {{"S"}, "echo \"open\n", 2, "s.scenario:1: unterminated quote"},
-        // Every bad line is told, and nothing runs.
-        {{"S"}, "expct 13504", 2, "s.scenario:1: unknown step 'expct'"},
-        {{"S"}, "echo first\nexpct 13504\nsend", 2, "s.scenario:3: usage: send", "first"},
-        {{"S"}, role + "send as A B NoSuchType", 2, ":2: unknown message type 'NoSuchType'"},
-        {{"S"}, role + "send as A B 4711 u8:x", 2, ":2: field 'u8:x': not a u8 number"},
-        {{"S"}, role + "send as A B 4711 u8", 2, "field 'u8' is not KIND:VALUE"},
-        {{"S"}, role + "send as A B 4711 textN:x", 2, "field 'textN:x' is not textN:LEN:TEXT"},
-        {{"S"}, role + "send as A B 4711 hex:abc", 2, "'hex:abc': hex needs pairs of hex digits"},
-        {{"S"}, role + "send as A B 4711 f32:1", 2, "field 'f32:1': unknown kind 'f32'"},
-        {{"S"}, "serve TempHal x TempStatus", 2, ":1: ITEM must be a number"},
-        {{"S"}, "serve TempHal 0 NoClass", 2, ":1: unknown item class 'NoClass'"},
-        {{"S"},
-         "serve TempHal 0 TempStatus tick=1 x=1",
-         2,
-         "'x=1' is not FIELD=VALUE of TempStatus (fields: temperature0 temperature1 "
-         "temperature2 temperature3 tick)"},
-        {{"S"}, "serve TempHal 0 TempStatus tick=x", 2, "'tick=x': value not accepted"},
-        {{"S"},
-         "serve TempHal 0 TempStatus\npush TempHal 3",
-         2,
-         ":2: TempHal does not serve item 3"},
-        {{"S"},
-         "serve TempHal 0 TempStatus\nsubscribers TempHal x 1",
-         2,
-         "ITEM and N must be numbers"},
-        {{"S"}, "statemgr fullrun=2", 2, ":1: 'fullrun=2' is not flag=N or fullrun=0|1"},
-        {{"S"}, role + "died A Nowhere", 2, ":2: unknown process 'Nowhere'"},
-        {{"S"},
-         role + "subscribe as A TempHal x 1 BoolItem",
-         2,
-         "ITEM and NOTIFYID must be numbers"},
-        {{"S"}, role + "subscribe as A TempHal 0 1 NoClass", 2, ":2: unknown item class 'NoClass'"},
-        {{"S"}, "restart Nobody", 2, ":1: no role Nobody to restart"},
-        {{"S"}, "watchdog 19 asleep", 2, "watchdog state must be alive, expired or absent"},
-        {{"S"}, "wait x", 2, ":1: wait needs milliseconds"},
-        {{"S"}, "expect within x", 2, ":1: within needs milliseconds"},
-        {{"S"}, "expect 4711 u8@x=1", 2, "check 'u8@x=1': bad offset"},
-        {{"S"}, "expect 4711 len=x", 2, "check 'len=x': length is not a number"},
-        {{"S"}, "expect 4711 q@0=1", 2, "check 'q@0=1': unknown kind 'q'"},
-        {{"S"}, "expect 4711 u8@0=x", 2, "check 'u8@0=x': bad value for u8"},
-        {{"S"}, "expect 4711 foo", 2, "'foo' is neither a message type nor a check"},
-        // Every kind of number goes out and is read back at its offset.
-        {{"S"},
-         role + "send as A B 4711 i8:-1 u16:513 i32:-5 u32:7 i16:-2\n"
-                "expect 4711 to B i8@0=-1 u16@1=513 i32@3=-5 u32@7=7 i16@11=-2 len=13\nprint",
-         0,
-         "recv B <- A 4711 len=13 hex=ff"},
-        {{"--replay", "missing.capture"}, "", 2, "error capture:0: cannot read missing.capture"},
-        {{"--replay", "C"}, "nonsense", 2, "/c.capture is not a linxpeer capture"},
-        {{"--replay", "C"},
-         std::string("linxpeer-capture 1 ") + (little ? "big" : "little"),
-         2,
-         std::string("capture:1: the capture's payloads are ") + (little ? "big" : "little")},
-        {{"--replay", "C"}, capture + "\nx recv", 2, "error capture:2: not a capture line"},
-        {{"--replay", "C"},
-         capture + "\n5 recv A",
-         2,
-         "capture:2: usage: MS recv ROLE OTHER TYPE HEX"},
-        {{"--replay", "C"}, capture + "\n5 sync A", 2, "capture:2: usage: MS sync ROLE OTHER"},
-        {{"--replay", "C"}, capture + "\n5 open", 2, "capture:2: usage: MS open ROLE"},
-        {{"--replay", "C"}, capture + "\n5 bogus A", 2, "capture:2: unknown line '5 bogus A'"},
-        {{"--replay", "C"},
-         capture + "\n5 sent A B " + std::to_string(LinxIpc::kSubscribeReply) + " 0001",
-         2,
-         "capture:2: subscribe reply too short"},
-        {{"-t", "200", "--replay", "C"},
-         capture + "\n0 open A\n5 recv A B 77 -",
-         1,
-         "FAIL capture:3: A did not receive 77 from B within 200 ms"},
-        {{"--help"}, "", 0, "  subscribers PROCESS ITEM N [within MS]"},
-        {{"--help"}, "", 0, "  MetadataToFile             13490      text1024 u32 u32"},
-    };
-    for (const auto& c : cases) {
+    for (const Refusal& c : kRefusals) {
         SCOPED_TRACE(c.says);
         std::vector<std::string> argv{ProgramPath("linxpeer")};
         for (const std::string& arg : c.args) {

@@ -58,6 +58,27 @@ private:
     void AnswerSync();
     // Runs the handler for `message`'s type, if any.
     void Dispatch(const IpcMessage& message);
+    // What a receive waits for: a message of a type, from a sender, or (any) the next one.
+    struct Wanted {
+        unsigned int type;
+        const std::string& sender;
+        bool any;
+    };
+    static bool Matches(const Wanted& wanted, const hostipc::FrameView& frame);
+    // Takes into `target` the oldest message held back that `wanted` matches, answering the
+    // sync requests held before it; false when none is held.
+    bool TakeHeld(const Wanted& wanted, IpcMessage& target);
+    // Reads the socket until a message `wanted` matches is in `target` (0), holding back the
+    // others and answering sync requests; kTimeout when the time is out or the backlog full,
+    // kError when the socket fails.
+    int ReadUntilMatch(int timeoutMs, const Wanted& wanted, IpcMessage& target);
+    // Says once, until the backlog empties, that it is full.
+    void LogBacklogFull(const Wanted& wanted);
+    // After a read found nothing: writes what is pending the first time, then waits out a short
+    // wait by poll; true when the call's time is over.
+    bool WaitedOut(bool& idle, bool shortWait, int waitMs, int remaining);
+    // Runs the handler of the message just taken, and of a shutdown notice right behind it.
+    int Deliver(bool any);
     int Send(const struct msghdr& frame, bool wait, const std::string& destination);
     bool FillAddress(const std::string& destination, struct sockaddr_un& address,
                      socklen_t& length) const;

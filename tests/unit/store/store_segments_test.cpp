@@ -22,12 +22,16 @@
 #include "StoreTestSupport.h"
 #include "Subprocess.h"
 
-TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
-    StoreDir dir;
-    const std::size_t maxBytes = 1024 * 1024;  // segments of 128 KiB, index blocks of 64 KiB
-    ::setenv("METADATA_STORE_MAX_BYTES", std::to_string(maxBytes).c_str(), 1);
-    // The system tick follows the made-up ticks, so the time anchors fit in with the records.
-    ::setenv("HOST_SYSTICK_FILE", dir.env.WriteFile("tick", "1").c_str(), 1);
+namespace {
+
+const std::size_t kMaxBytes = 1024 * 1024;  // segments of 128 KiB, index blocks of 64 KiB
+
+// Writes about 1.3 MiB of speed reports into a store bounded at kMaxBytes through two episodes
+// of a full disk (the file size limit: EFBIG, its signal ignored), each told as it starts and as
+// it ends, then a roll that cannot make its segment (the next names taken): that segment runs
+// over its size until they are free again, and nothing is lost.
+void WriteThroughFailures(StoreDir& dir, std::string& overrun) {
+    ::setenv("METADATA_STORE_MAX_BYTES", std::to_string(kMaxBytes).c_str(), 1);
     DataStoreNormal store(dir.base);
     const bool opened = store.Open();
     ::unsetenv("METADATA_STORE_MAX_BYTES");
@@ -36,19 +40,14 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     unsigned char mac[6] = {1, 2, 3, 4, 5, 6};
     store.ReportMac(mac, false);
     store.ReportSystemSerialNum("SERIAL-1");
-    const unsigned kReports = 50000;  // about 1.3 MiB of records
-    // Two episodes of a full disk, made real by the file size limit (EFBIG, its signal ignored).
     std::signal(SIGXFSZ, SIG_IGN);
     struct rlimit normal;
     ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &normal));
-    // Later, a roll that cannot make its segment (the next names taken): the segment runs over
-    // its size until they are free again, and nothing is lost.
     std::string beforeRoll;
-    std::string overrun;
     std::vector<std::string> taken;
     unsigned takenAt = 0;
     testing::internal::CaptureStderr();
-    for (unsigned i = 0; i < kReports; ++i) {
+    for (unsigned i = 0; i < 50000; ++i) {
         if (i == 30000) {
             beforeRoll = dir.Segments().back();
         } else if (i > 30000 && taken.empty() && dir.Segments().back() != beforeRoll) {
@@ -83,7 +82,6 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     store.Close();
     const std::string said = testing::internal::GetCapturedStderr();
     std::signal(SIGXFSZ, SIG_DFL);
-    // Each episode is told once when it starts and once when writing works again.
     EXPECT_TRUE(std::regex_match(
         said, std::regex("(DataStore: write to segment [0-9]+ failed: [^\n]*; records are dropped "
                          "until writing works again\nDataStore: writing to segment [0-9]+ works "
@@ -93,7 +91,44 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
                          "DataStore: segment \\2 of [^\n]* ended at [0-9]+ bytes; rolling works "
                          "again\n")))
         << said;
+}
 
+// A copy reads only the blocks of the index its range needs, and is the same copy as one that
+// reads the store from its start (the indexes removed).
+void ExpectCopiesReadOnlyTheBlocksTheyNeed(const StoreDir& dir) {
+    const std::pair<unsigned, unsigned> ranges[] = {
+        {0, 0}, {30000, 30100}, {20000, 45000}, {49000, 0xFFFFFFFFu}, {60000, 70000}};
+    std::vector<std::string> indexed;
+    std::vector<unsigned long long> read;
+    for (const auto& [first, second] : ranges) {
+        const std::string to = dir.env.Path("i" + std::to_string(indexed.size()));
+        mdj::CopyResult result;
+        ASSERT_TRUE(mdj::CopyRange(dir.base, to, first, second, nullptr, &result));
+        indexed.push_back(ReadFileText(to).substr(mdj::kSegmentHeaderSize));
+        read.push_back(result.recordsRead);
+    }
+    EXPECT_LT(read[1], 5000u);
+    for (const std::string& path : dir.Segments()) {
+        ASSERT_EQ(0, ::unlink(mdj::IndexPath(path).c_str())) << path;
+    }
+    for (std::size_t i = 0; i < indexed.size(); ++i) {
+        const std::string to = dir.env.Path("w" + std::to_string(i));
+        mdj::CopyResult result;
+        ASSERT_TRUE(
+            mdj::CopyRange(dir.base, to, ranges[i].first, ranges[i].second, nullptr, &result));
+        EXPECT_EQ(indexed[i], ReadFileText(to).substr(mdj::kSegmentHeaderSize)) << i;
+        EXPECT_LE(read[i], result.recordsRead);
+    }
+}
+
+}  // namespace
+
+TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
+    StoreDir dir;
+    // The system tick follows the made-up ticks, so the time anchors fit in with the records.
+    ::setenv("HOST_SYSTICK_FILE", dir.env.WriteFile("tick", "1").c_str(), 1);
+    std::string overrun;
+    ASSERT_NO_FATAL_FAILURE(WriteThroughFailures(dir, overrun));
     const std::vector<std::string> segments = dir.Segments();
     ASSERT_GE(segments.size(), 3u);
     std::size_t total = 0;
@@ -118,8 +153,8 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
         EXPECT_EQ("TimeAnchor", records.at(1).Op());
         EXPECT_TRUE(records[1].Has("utc"));
     }
-    EXPECT_LE(total, maxBytes);
-    EXPECT_GT(total, maxBytes / 2);
+    EXPECT_LE(total, kMaxBytes);
+    EXPECT_GT(total, kMaxBytes / 2);
     // The oldest were deleted: the first left is not number 1, and the numbers run on.
     EXPECT_EQ(std::string::npos, segments[0].find(".000001.mdj"));
     const ReadResult all(dir.base);
@@ -139,32 +174,7 @@ TEST(StoreSegments, RollAtTheirSizeKeepTheBoundAndEachOpensWithTheState) {
     ASSERT_EQ(14, last.op);
     EXPECT_EQ(std::vector<unsigned char>({1, 0xc3, 0x4f, 1, 0, 0, 0xc3, 0x51, 0, 0, 0, 0}),
               last.body);
-
-    // A copy reads only the blocks of the index its range needs, and is the same copy as one
-    // that reads the store from its start (the indexes removed).
-    const std::pair<unsigned, unsigned> ranges[] = {
-        {0, 0}, {30000, 30100}, {20000, 45000}, {49000, 0xFFFFFFFFu}, {60000, 70000}};
-    std::vector<std::string> indexed;
-    std::vector<unsigned long long> read;
-    for (const auto& [first, second] : ranges) {
-        const std::string to = dir.env.Path("i" + std::to_string(indexed.size()));
-        mdj::CopyResult result;
-        ASSERT_TRUE(mdj::CopyRange(dir.base, to, first, second, nullptr, &result));
-        indexed.push_back(ReadFileText(to).substr(mdj::kSegmentHeaderSize));
-        read.push_back(result.recordsRead);
-    }
-    EXPECT_LT(read[1], 5000u);
-    for (const std::string& path : segments) {
-        ASSERT_EQ(0, ::unlink(mdj::IndexPath(path).c_str())) << path;
-    }
-    for (std::size_t i = 0; i < indexed.size(); ++i) {
-        const std::string to = dir.env.Path("w" + std::to_string(i));
-        mdj::CopyResult result;
-        ASSERT_TRUE(
-            mdj::CopyRange(dir.base, to, ranges[i].first, ranges[i].second, nullptr, &result));
-        EXPECT_EQ(indexed[i], ReadFileText(to).substr(mdj::kSegmentHeaderSize)) << i;
-        EXPECT_LE(read[i], result.recordsRead);
-    }
+    ExpectCopiesReadOnlyTheBlocksTheyNeed(dir);
     ::unsetenv("HOST_SYSTICK_FILE");
 }
 
