@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <regex>
 #include <thread>
 
@@ -96,8 +97,18 @@ void WriteThroughFailures(StoreDir& dir, std::string& overrun) {
 // A copy reads only the blocks of the index its range needs, and is the same copy as one that
 // reads the store from its start (the indexes removed).
 void ExpectCopiesReadOnlyTheBlocksTheyNeed(const StoreDir& dir) {
-    const std::pair<unsigned, unsigned> ranges[] = {
+    std::vector<std::pair<unsigned, unsigned>> ranges = {
         {0, 0}, {30000, 30100}, {20000, 45000}, {49000, 0xFFFFFFFFu}, {60000, 70000}};
+    // Ranges that end on a block's first time or begin on its last: that block is read too.
+    unsigned char header[mdj::kSegmentHeaderSize];
+    const std::string segment = ReadFileText(dir.Segments().at(1));
+    std::memcpy(header, segment.data(), sizeof header);
+    std::vector<mdj::IndexBlock> blocks;
+    mdj::LoadSegmentIndex(dir.Segments()[1], header, segment.size(), blocks);
+    ASSERT_GE(blocks.size(), 2u);
+    ranges.insert(ranges.end(), {{blocks[1].minTime - 50, blocks[1].minTime},
+                                 {blocks[1].minTime, blocks[1].minTime},
+                                 {blocks[0].maxTime, blocks[0].maxTime}});
     std::vector<std::string> indexed;
     std::vector<unsigned long long> read;
     for (const auto& [first, second] : ranges) {
