@@ -11,6 +11,7 @@
 
 #include "HalItems.h"
 #include "MicItems.h"
+#include "VideoMgrItems.h"
 #include "traffic/CaptureWriter.h"
 #include "traffic/DrawsLog.h"
 #include "traffic/TrafficRecords.h"
@@ -19,6 +20,9 @@ namespace traffic {
 
 // No end given: the records run on to the end of the drive.
 const std::size_t kNoLimit = static_cast<std::size_t>(-1);
+
+// A stream quality record as the item it was reported from (InverterSubscribe.cpp).
+VideoMgrStreamQualityItem StreamQualityItem(const Rec& rec);
 
 class Inverter {
 public:

@@ -164,15 +164,7 @@ std::size_t Inverter::Change(std::size_t k) {
             if (!rec.v.flag) {
                 return 0;
             }
-            VideoMgrStreamQualityItem item;
-            for (unsigned int s = 0; s < VideoMgrStreamQualityItem::kStreams; ++s) {
-                item.streams[s].quality = rec.U(4 * s);
-                item.streams[s].bitRateKbps = rec.U(4 * s + 1);
-                item.streams[s].frameRate = static_cast<unsigned short>(rec.U(4 * s + 2));
-                item.streams[s].resolution = static_cast<unsigned short>(rec.U(4 * s + 3));
-            }
-            item.tick = rec.U(16);
-            out_.Sent("VideoMgr", 13514, Encoded(item));
+            out_.Sent("VideoMgr", 13514, Encoded(StreamQualityItem(rec)));
             return 1;
         }
         case mdj::kOpReportLvsState:

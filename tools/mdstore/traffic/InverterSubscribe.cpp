@@ -58,6 +58,19 @@ std::unique_ptr<Item> ConfigItem(const Rec& rec) {
     }
 }
 
+// Four fields per stream, then the tick.
+VideoMgrStreamQualityItem StreamQualityItem(const Rec& rec) {
+    VideoMgrStreamQualityItem item;
+    for (unsigned int s = 0; s < VideoMgrStreamQualityItem::kStreams; ++s) {
+        item.streams[s].quality = rec.U(4 * s);
+        item.streams[s].bitRateKbps = rec.U(4 * s + 1);
+        item.streams[s].frameRate = static_cast<unsigned short>(rec.U(4 * s + 2));
+        item.streams[s].resolution = static_cast<unsigned short>(rec.U(4 * s + 3));
+    }
+    item.tick = rec.U(16);
+    return item;
+}
+
 std::size_t ConfigIndex(std::uint8_t op) {
     for (std::size_t i = 0; i < 5; ++i) {
         if (kConfigOps[i] == op) {
@@ -251,14 +264,7 @@ void Inverter::Subscribe() {
     }
     VideoMgrStreamQualityItem quality;
     if (ports == 4 && Is(k + 4, mdj::kOpReportStreamQualityItem, false)) {
-        const Rec& rec = recs_[k + 4];
-        for (unsigned int s = 0; s < VideoMgrStreamQualityItem::kStreams; ++s) {
-            quality.streams[s].quality = rec.U(4 * s);
-            quality.streams[s].bitRateKbps = rec.U(4 * s + 1);
-            quality.streams[s].frameRate = static_cast<unsigned short>(rec.U(4 * s + 2));
-            quality.streams[s].resolution = static_cast<unsigned short>(rec.U(4 * s + 3));
-        }
-        quality.tick = rec.U(16);
+        quality = StreamQualityItem(recs_[k + 4]);
         k += 5;
     }
     out_.Serve("VideoMgr", 0, 13513, camera);
